@@ -1,0 +1,150 @@
+// Selectors hand out, one at a time, the selectables that are ready.
+//
+// OsSelector waits for the platform, SelectorBase resolves stacking, Selector<T> adds a value
+// per selectable. A selector owns nothing that is registered in it.
+//
+// A pass over all members before each wait would cost time in proportion to the idle ones. So the
+// members fall into three kinds, told apart when they are added:
+//   managed   objects of exactly the stream and connector classes, which call changed() whenever
+//             their readiness or their wish to start an operation may have changed. Only those
+//             in `attention` are looked at; outside it, issueOverlapped() would do nothing and
+//             isReady() is false.
+//   deadline  objects of exactly class Timer, kept in order of their deadlines.
+//   polled    everything else: asked in every pass.
+// With NETCHECK_SHADOW_SCAN, each pass is checked against a full scan.
+#pragma once
+
+#include "common/assertion.h"
+#include "io/Selectable.h"
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <set>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+namespace io {
+
+// Declares that objects of exactly this class call changed() as told above.
+void registerManagedClass(const std::type_info& type);
+
+class OsSelector {
+public:
+    OsSelector() = default;
+    OsSelector(const OsSelector&) = delete;
+    OsSelector& operator=(const OsSelector&) = delete;
+
+    // A managed member may have changed (called through Selectable::changed).
+    void noteChanged(Selectable* s);
+    // A timer among the members goes from one deadline to another.
+    void noteDeadline(Selectable* timer, const Time& before, const Time& after);
+
+protected:
+    ~OsSelector() = default;
+
+    void addOs(Selectable* s);
+    void removeOs(Selectable* s);
+    void markReady(Selectable* s);
+    Selectable* wait(bool nonBlocking);
+
+private:
+    enum class Kind : std::uint8_t { managed, deadline, polled };
+    using Deadline = std::pair<std::pair<std::int32_t, std::int32_t>, Selectable*>;
+
+    void visit(Selectable* s, Kind kind, Time* best, Selectable** bestOwner);
+    void verifyScan();
+
+    std::map<Selectable*, Kind> os_avail;  // every member but fronts
+    std::set<Selectable*> os_ready;        // found ready and not yet handed out
+    platform::WaitList handles;
+    std::vector<Selectable*> handle_owners;  // parallel to `handles`
+    std::map<Selectable*, std::uint32_t> handle_index;
+
+    std::set<Selectable*> attention;  // managed members to be looked at
+    std::set<Selectable*> polled;
+    std::set<Deadline> deadlines;
+    unsigned completionsInARow = 0;  // waits that ended with completions while a deadline was due
+};
+
+class SelectorBase : public OsSelector {
+public:
+    SelectorBase() = default;
+    virtual ~SelectorBase();
+
+    // Takes a dying selectable out.
+    virtual void removeSelectable(Selectable* s) = 0;
+
+    // `back` is null for a selectable that a user adds.
+    void add(Selectable* s, StackedSelectableBack* back);
+    void remove(Selectable* s);
+    // The next ready selectable that a user added. With nonBlocking, throws ENotReady rather
+    // than wait. Throws a system error if the platform's wait fails.
+    Selectable* pollImpl(bool nonBlocking);
+    void processReady(Selectable* s);
+    // `s`, just added, is ready already.
+    void notifyReady(Selectable* s);
+
+private:
+    struct Registration {
+        StackedSelectableBack* back = nullptr;
+        std::uint32_t queued = 0;  // how often it stands in ready_list
+    };
+
+    bool isActive(Selectable* s);
+    void pushReady(Selectable* s, Registration& registration);
+
+    std::map<Selectable*, Registration> avail;
+    std::set<Selectable*> top_level;
+    std::list<Selectable*> ready_list;
+    std::set<Selectable*> fronts;  // the members of avail that are fronts
+};
+
+template <class T>
+class Selector : public SelectorBase {
+public:
+    ~Selector() override { values.clear(); }
+
+    void add(Selectable* s, T value)
+    {
+        if (!values.emplace(s, value).second)
+            assertion("Added selectable " + s->name() + " twice");
+        SelectorBase::add(s, nullptr);
+    }
+
+    void remove(Selectable* s)
+    {
+        if (values.erase(s) == 0)
+            assertion("The Selectable to remove: " + s->name() +
+                      " was not found in internal list");
+        SelectorBase::remove(s);
+    }
+
+    // Blocks until a selectable is ready, and gives it with its value.
+    std::pair<Selectable*, T> poll()
+    {
+        Selectable* s = pollImpl(false);
+        auto found = values.find(s);
+        if (found == values.end())
+            assertion("pollImpl gave unknown selectable " + s->name());
+        return {s, found->second};
+    }
+
+    void removeSelectable(Selectable* s) override
+    {
+        values.erase(s);
+        SelectorBase::remove(s);
+    }
+
+private:
+    std::map<Selectable*, T> values;
+};
+
+// Filled by stacking, polled through pollImpl.
+class BareSelector : public SelectorBase {
+public:
+    void removeSelectable(Selectable* s) override { SelectorBase::remove(s); }
+};
+
+}  // namespace io

@@ -1,0 +1,49 @@
+// Child processes, interrupts and name look-ups, for programs that run workers.
+#pragma once
+
+#include "platform/Overlapped.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+// A started child. The handles belong to the caller, who closes them.
+struct ChildProcess {
+    int pid = -1;
+    Handle exited = Handle::none;          // waitable: signalled once the child has ended
+    Handle standardInput = Handle::none;   // the end to write to
+    Handle standardOutput = Handle::none;  // the end to read from
+    Handle standardError = Handle::none;   // the end to read from
+};
+
+// How a child ended.
+struct ExitStatus {
+    bool signalled = false;
+    int code = 0;  // exit code, or the number of the signal
+};
+
+// Starts a program with pipes on its three standard descriptors. False with getLastError() set,
+// also if the program can't be executed.
+bool startProcess(const std::string& path, const std::vector<std::string>& arguments,
+                  ChildProcess* child);
+// Collects the status of a child that has ended (waits for it if it has not).
+ExitStatus collectExit(int pid);
+void killProcess(int pid);  // at once, without a chance to clean up
+
+// A waitable object that is signalled when the user interrupts the program (SIGINT or SIGTERM).
+// The first call takes the signals over; later ones give the same object. After the first
+// interrupt the default action is back, so that a second one ends the process.
+Handle interruptRequested();
+const char* signalName(int signal);  // "SIGSEGV" and so on; "signal" for an unknown one
+
+// All IPv4 addresses of a host name or dotted address, in the resolver's order, network byte
+// order. Empty with `*why` filled if there are none.
+std::vector<std::uint32_t> resolveIpv4(const std::string& host, std::string* why);
+
+bool standardOutputIsTerminal();
+bool standardErrorIsTerminal();
+int terminalColumns();  // of standard error; 80 if unknown
+
+}  // namespace platform

@@ -1,0 +1,22 @@
+// The link to the parent process: standard input and output, joined to the wire encoding.
+#pragma once
+
+#include "io/Pipe.h"
+#include "queues/ioprim.h"
+
+namespace protocol {
+
+// A base of its own, so that the output stream is constructed before the ioprim that takes its
+// address.
+class ParentHack {
+public:
+    io::StdOutStream output;
+};
+
+// As a selectable, the link is its input side.
+class Parent : public io::StdInStream, public ParentHack, public ioprim {
+public:
+    Parent() : ioprim(this, &output) {}
+};
+
+}  // namespace protocol

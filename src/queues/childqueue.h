@@ -1,0 +1,61 @@
+// The link to the parent as a queue of events.
+//
+// The queue offers one selectable, the input front, which becomes ready when an event can be
+// taken; receive() takes exactly one; send() writes one and returns when it has left.
+#pragma once
+
+#include "common/log.h"
+#include "io/Selectable.h"
+#include "queues/event.h"
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+
+namespace queues {
+
+class childqueue : public io::StackedSelectableBack, public LogQueue {
+public:
+    // `input` is the input stream of the link. Neither is owned.
+    childqueue(protocol::ioprim* link, io::IStream* input);
+
+    // What to add to a selector.
+    io::Selectable* inputFront() { return &front; }
+
+    // Takes one event; waits until its frame is whole. The caller owns the event. What the link
+    // throws passes through, io::EEndOfStream above all; the front stays ready then.
+    void receive(std::unique_ptr<event>& out);
+
+    // Writes one event and waits until it has left. Throws what the link throws.
+    void send(const event& e);
+
+    // A fresh value for `inresponse`; never 0.
+    std::int32_t nextSerial();
+
+    void underlyingIsReady(io::Selectable* s) override;
+
+    // A log line is an ordinary event to the main queue.
+    void sendLogLine(const std::string& text, std::int32_t log_type) override;
+
+private:
+    class InFront : public io::StackedSelectableFront {
+    public:
+        using StackedSelectableFront::StackedSelectableFront;
+        std::string name() const override { return "parentqueue.in"; }
+        void setReady(bool isReady) { ready = isReady; }
+    };
+
+    void becomeIdle();
+
+    InFront front;
+    protocol::ioprim* parent;
+    io::IStream* stream;  // the link's input side
+    std::list<std::unique_ptr<event>> pending;  // taken off the link ahead of time, oldest first
+    std::set<std::pair<std::int32_t, std::int32_t>> pending_index;  // (inresponse, dest)
+    std::int32_t next_serial = 1;  // the last serial handed out
+};
+
+}  // namespace queues

@@ -1,0 +1,100 @@
+// Values to bytes and bytes to values, over one input and one output stream.
+//
+// The format is a plain memory image of numbers in native byte order (little-endian here), with
+// length-prefixed strings: nothing is aligned or padded, and there is no frame length, version or
+// checksum. An event's extent is known only by decoding it.
+//
+//   int32, uint32, enumerations      4   the number
+//   int64, uint64                    8   the number
+//   double                           8   IEEE 754
+//   bool                             4   0 or 1; any other value reads as true
+//   uint16                           4   widened; reading keeps the low 16 bits
+//   string                       8 + n   uint64 byte count, then the bytes
+//   Time                             8   sec, usec as int32
+//   list, vector, set        4 + ...     int32 count, then the elements; a set ascending
+//   map                      4 + ...     int32 count, then key and value, keys ascending
+//
+// For example the string "ok" is 02 00 00 00 00 00 00 00 6F 6B.
+//
+// Reading blocks: once an event has begun, the decoder waits on its input stream alone until the
+// frame is whole.
+#pragma once
+
+#include "common/Time.h"
+#include "io/Stream.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace protocol {
+
+class ioprim {
+public:
+    // Neither stream is owned; either may be null in one that only writes or only reads.
+    ioprim(io::IStream* input, io::OStream* output) : in(input), out(output) {}
+    ioprim(const ioprim&) = delete;
+    ioprim& operator=(const ioprim&) = delete;
+    virtual ~ioprim();
+
+    // Places n bytes, at most 8, as one unit that is never split over two write areas.
+    void writePrim(std::size_t n, const void* data);
+    // Places n bytes of any length.
+    void writeBytes(std::size_t n, const void* data);
+    // Takes n bytes; waits for them. Throws io::EEndOfStream and system errors.
+    void readBytes(std::size_t n, void* data);
+    // Commits what was placed and waits until the output stream has sent it.
+    void flush();
+
+    // How deeply records within records may nest on reading. One more is error::ERange.
+    static constexpr unsigned maximumDepth = 200;
+
+    // Counts one level of nesting for its lifetime.
+    class Nesting {
+    public:
+        explicit Nesting(ioprim& stream);
+        ~Nesting() { --link.depth; }
+        Nesting(const Nesting&) = delete;
+        Nesting& operator=(const Nesting&) = delete;
+
+    private:
+        ioprim& link;
+    };
+
+private:
+    void newWriteArea();
+
+    char* wbuf = nullptr;
+    std::uint64_t wlen = 0;
+    std::uint64_t wused = 0;
+    char* rbuf = nullptr;
+    std::uint64_t rlen = 0;
+    std::uint64_t rused = 0;
+    io::IStream* in;
+    io::OStream* out;
+    unsigned depth = 0;
+};
+
+ioprim& operator<<(ioprim& stream, bool value);
+ioprim& operator<<(ioprim& stream, std::uint16_t value);
+ioprim& operator<<(ioprim& stream, std::int32_t value);
+ioprim& operator<<(ioprim& stream, std::uint32_t value);
+ioprim& operator<<(ioprim& stream, std::int64_t value);
+ioprim& operator<<(ioprim& stream, std::uint64_t value);
+ioprim& operator<<(ioprim& stream, double value);
+ioprim& operator<<(ioprim& stream, const std::string& value);
+ioprim& operator<<(ioprim& stream, const Time& value);
+
+ioprim& operator>>(ioprim& stream, bool& value);
+ioprim& operator>>(ioprim& stream, std::uint16_t& value);
+ioprim& operator>>(ioprim& stream, std::int32_t& value);
+ioprim& operator>>(ioprim& stream, std::uint32_t& value);
+ioprim& operator>>(ioprim& stream, std::int64_t& value);
+ioprim& operator>>(ioprim& stream, std::uint64_t& value);
+ioprim& operator>>(ioprim& stream, double& value);
+// Takes memory as the bytes arrive. A length that no string can have throws std::length_error,
+// one that no memory can hold std::bad_alloc, both before a byte of it is read.
+ioprim& operator>>(ioprim& stream, std::string& value);
+ioprim& operator>>(ioprim& stream, Time& value);
+
+}  // namespace protocol
