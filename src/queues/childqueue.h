@@ -19,8 +19,8 @@ namespace queues {
 
 class childqueue : public io::StackedSelectableBack, public LogQueue {
 public:
-    // `input` is the input stream of the link. Neither is owned.
-    childqueue(protocol::ioprim* link, io::IStream* input);
+    // Starts to watch the link's input stream. The link is not owned.
+    explicit childqueue(protocol::ioprim* link);
 
     // What to add to a selector.
     io::Selectable* inputFront() { return &front; }
@@ -52,7 +52,6 @@ private:
 
     InFront front;
     protocol::ioprim* parent;
-    io::IStream* stream;  // the link's input side
     std::list<std::unique_ptr<event>> pending;  // taken off the link ahead of time, oldest first
     std::set<std::pair<std::int32_t, std::int32_t>> pending_index;  // (inresponse, dest)
     std::int32_t next_serial = 1;  // the last serial handed out

@@ -32,7 +32,7 @@ namespace protocol {
 class ioprim {
 public:
     // Neither stream is owned; either may be null in one that only writes or only reads.
-    ioprim(io::IStream* input, io::OStream* output) : in(input), out(output) {}
+    ioprim(io::IStream* source, io::OStream* sink) : in(source), out(sink) {}
     ioprim(const ioprim&) = delete;
     ioprim& operator=(const ioprim&) = delete;
     virtual ~ioprim();
@@ -45,6 +45,8 @@ public:
     void readBytes(std::size_t n, void* data);
     // Commits what was placed and waits until the output stream has sent it.
     void flush();
+
+    io::IStream* input() const { return in; }
 
     // How deeply records within records may nest on reading. One more is error::ERange.
     static constexpr unsigned maximumDepth = 200;
