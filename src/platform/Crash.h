@@ -23,9 +23,9 @@ void setUnhandledExceptionFilter(ExceptionFilter filter);
 // it can't be had. Safe in a signal handler.
 bool moduleFileName(char* path, std::size_t size);
 
-// Writes a text post-mortem (signal, address, registers, call stack, memory map) to a new file,
-// replacing one that is there, readable by its owner only. False with getLastError() set.
-// `created` says whether the file could be created. Safe in a signal handler.
+// Writes a text post-mortem (signal, address, exception, registers, memory map, call stack) to a
+// new file, replacing one that is there, readable by its owner only. False with getLastError()
+// set. `created` says whether the file could be created. Safe in a signal handler.
 bool writePostMortem(const char* path, ExceptionPointers* pointers, bool* created);
 
 // Writes the text as an error to the system's event log under the source name; a failure is

@@ -13,8 +13,9 @@
 //     Overlapped belong to the caller and stay where they are until the routine has run.
 //   - Closing a handle completes what is under way on it with ERROR_OPERATION_ABORTED (995), and
 //     so ends what has finished but whose routine has not run: no byte arrives after a close.
-//   - The first hard error of a socket is sticky: once the received bytes are used up, every
-//     later operation on the socket, in both directions, gives it again.
+//   - The first hard error of a connected stream socket is sticky: once the received bytes are
+//     used up, every later operation on the socket, in both directions, gives it again. A
+//     datagram's error is its own, and nothing is kept.
 //   - A wait costs no more with ten thousand idle handles than with one.
 //   - Inherited descriptors (the standard ones) keep their flags: they may be shared with the
 //     parent, so O_NONBLOCK is never set on them. Sockets made here are non-blocking,
@@ -65,15 +66,17 @@ inline constexpr int STD_INPUT_HANDLE = -10;
 inline constexpr int STD_OUTPUT_HANDLE = -11;
 
 // The standard input or output of the process as a handle; Handle::none if the process was
-// started without it. Asking twice gives the same handle while it is open.
+// started without it, or has closed it. Asking twice gives the same handle while it is open.
+// Nothing else ever gets the descriptor numbers 0, 1 and 2, closed or not.
 Handle getStdHandle(int which);
 
 // Takes over an open descriptor. With `inherited`, its flags are left alone for good; otherwise
-// it becomes close-on-exec. closeHandle closes it.
+// it becomes close-on-exec. closeHandle closes it. Handle::none for one that is not open.
 Handle adoptDescriptor(int descriptor, bool inherited = false);
 
-// Start a read or write. True: under way, or done with its routine still to run.
-// False: failed, see getLastError(); no routine will run.
+// Start a read or write. True: under way, or done with its routine still to run; the last error
+// stays as it was. False: failed, see getLastError(); no routine will run. A second operation in
+// the same direction fails with ERROR_INVALID_PARAMETER.
 bool readFileEx(Handle handle, void* buffer, std::uint32_t count, Overlapped* overlapped,
                 CompletionRoutine routine);
 bool writeFileEx(Handle handle, const void* buffer, std::uint32_t count, Overlapped* overlapped,
@@ -119,14 +122,15 @@ int closeSocket(SocketHandle socket);
 // wait, once, with 0 or the code, right before the object is signalled. The socket stays the
 // caller's. Address 0.0.0.0 is refused with WSAEADDRNOTAVAIL, a connection that found itself
 // with WSAECONNREFUSED. closeHandle on the object while the attempt runs abandons it: `ended`
-// runs at once, inside closeHandle, with ERROR_OPERATION_ABORTED.
+// runs at once, inside closeHandle, with ERROR_OPERATION_ABORTED. Closing the socket abandons it,
+// too; `ended` then runs in the next wait.
 Handle createConnect(SocketHandle socket, const Endpoint& peer,
                      void (*ended)(void* context, std::uint32_t code), void* context);
 
 // A listening socket. `listen` binds to `local` (port 0: any free one; see getSockName) and
-// gives the socket, or invalid. `acceptReady` is a waitable object that stays signalled while
-// connections wait to be accepted; accept takes one, or gives invalid with
-// ERROR_IO_PENDING if there is none.
+// gives the socket, or invalid. `acceptReady` is its waitable object, the same at each call,
+// signalled from the time a connection waits until accept finds none; it goes with the socket.
+// accept takes a connection, or gives invalid with ERROR_IO_PENDING if there is none.
 SocketHandle listen(const Endpoint& local, int backlog);
 Handle acceptReady(SocketHandle listener);
 SocketHandle accept(SocketHandle listener, Endpoint* peer);
@@ -134,7 +138,8 @@ SocketHandle accept(SocketHandle listener, Endpoint* peer);
 // ---- Waits ---------------------------------------------------------------------------------
 
 // The handles that a wait looks at, in order. Knows which of them are signalled, so that a wait
-// costs no walk over them. A handle may stand in several lists.
+// costs no walk over them. A handle may stand in several lists. Lists and objects may end in any
+// order, but a wait on a list that holds a closed handle fails with ERROR_INVALID_HANDLE.
 class WaitList {
 public:
     WaitList();

@@ -24,17 +24,21 @@ struct ExitStatus {
     int code = 0;  // exit code, or the number of the signal
 };
 
-// Starts a program with pipes on its three standard descriptors. False with getLastError() set,
-// also if the program can't be executed.
+// Starts a program with pipes on its three standard descriptors, and no other descriptor open.
+// `path` is not searched for; `arguments` are those behind the name of the program. The child
+// stands in a process group of its own, so an interrupt at the terminal reaches the parent alone.
+// False with getLastError() set, also if the program can't be executed.
 bool startProcess(const std::string& path, const std::vector<std::string>& arguments,
                   ChildProcess* child);
-// Collects the status of a child that has ended (waits for it if it has not).
+// Collects the status of a child that has ended (waits for it if it has not). Once: after that,
+// or for a process that is no child, the code is -1.
 ExitStatus collectExit(int pid);
 void killProcess(int pid);  // at once, without a chance to clean up
 
 // A waitable object that is signalled when the user interrupts the program (SIGINT or SIGTERM).
-// The first call takes the signals over; later ones give the same object. After the first
-// interrupt the default action is back, so that a second one ends the process.
+// The first call takes the signals over, but for one that is ignored; later calls give the same
+// object. After the first interrupt the default action is back, so that a second one ends the
+// process. Handle::none with getLastError() set if there can be no such object.
 Handle interruptRequested();
 const char* signalName(int signal);  // "SIGSEGV" and so on; "signal" for an unknown one
 

@@ -1,0 +1,197 @@
+#include "platform/Process.h"
+
+#include "platform/Proactor.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+// An open descriptor that is closed at the end unless somebody takes it.
+class OwnedDescriptor {
+public:
+    OwnedDescriptor() = default;
+    OwnedDescriptor(const OwnedDescriptor&) = delete;
+    OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+    ~OwnedDescriptor()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+    int get() const { return fd; }
+    void set(int descriptor) { fd = descriptor; }
+    int take() { return std::exchange(fd, -1); }
+
+private:
+    int fd = -1;
+};
+
+struct Pipe {
+    OwnedDescriptor reading;
+    OwnedDescriptor writing;
+
+    bool open()
+    {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            return false;
+        reading.set(ends[0]);
+        writing.set(ends[1]);
+        return true;
+    }
+};
+
+// The C library's own declaration of this call can't be used from C++ with glibc 2.36.
+int openProcess(pid_t pid)
+{
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
+
+bool failWith(int errnoValue)
+{
+    setLastError(errorCode(errnoValue, ErrorSource::file));
+    return false;
+}
+
+// What the child is told before it becomes the program.
+class SpawnPlan {
+public:
+    SpawnPlan()
+    {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
+    }
+    SpawnPlan(const SpawnPlan&) = delete;
+    SpawnPlan& operator=(const SpawnPlan&) = delete;
+    ~SpawnPlan()
+    {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+
+    int prepare(int input, int output, int error)
+    {
+        sigset_t none;
+        sigemptyset(&none);
+        sigset_t toDefault;
+        sigemptyset(&toDefault);
+        sigaddset(&toDefault, SIGPIPE);
+        const int results[] = {
+            posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO),
+            posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO),
+            posix_spawn_file_actions_adddup2(&actions, error, STDERR_FILENO),
+            // Also what this process has inherited itself, and doesn't know of.
+            posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1),
+            posix_spawnattr_setsigmask(&attributes, &none),
+            posix_spawnattr_setsigdefault(&attributes, &toDefault),
+            // A group of its own: an interrupt at the terminal is for the parent, which then
+            // ends its children in order.
+            posix_spawnattr_setpgroup(&attributes, 0),
+            posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                                      POSIX_SPAWN_SETPGROUP),
+        };
+        for (const int result : results) {
+            if (result != 0)
+                return result;
+        }
+        return 0;
+    }
+
+    int run(const std::string& path, const std::vector<std::string>& arguments, pid_t* pid)
+    {
+        std::vector<std::string> words{path};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> pointers;
+        pointers.reserve(words.size() + 1);
+        for (std::string& word : words)
+            pointers.push_back(word.data());
+        pointers.push_back(nullptr);
+        // Gives the child's failure to execute the program, too.
+        return posix_spawn(pid, path.c_str(), &actions, &attributes, pointers.data(), environ);
+    }
+
+private:
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+};
+
+}  // namespace
+
+bool startProcess(const std::string& path, const std::vector<std::string>& arguments,
+                  ChildProcess* child)
+{
+    Proactor& proactor = Proactor::instance();
+    std::array<Pipe, 3> pipes;  // input, output, error
+    for (Pipe& pipe : pipes) {
+        if (!pipe.open())
+            return failWith(errno);
+    }
+
+    SpawnPlan plan;
+    pid_t pid = -1;
+    int failure =
+        plan.prepare(pipes[0].reading.get(), pipes[1].writing.get(), pipes[2].writing.get());
+    if (failure == 0)
+        failure = plan.run(path, arguments, &pid);
+    if (failure != 0)
+        return failWith(failure);
+
+    // The number stays the child's until its status is collected.
+    OwnedDescriptor process;
+    process.set(openProcess(pid));
+    failure = process.get() < 0 ? errno : 0;
+    std::uint32_t code = failure == 0 ? 0 : errorCode(failure, ErrorSource::file);
+    Token exited = 0;
+    if (code == 0)
+        exited = proactor.insertNotifier(process.take(), &code);
+    if (code != 0) {
+        killProcess(pid);
+        collectExit(pid);
+        setLastError(code);
+        return false;
+    }
+
+    child->pid = pid;
+    child->exited = static_cast<Handle>(exited);
+    child->standardInput = adoptDescriptor(pipes[0].writing.take());
+    child->standardOutput = adoptDescriptor(pipes[1].reading.take());
+    child->standardError = adoptDescriptor(pipes[2].reading.take());
+    return true;
+}
+
+ExitStatus collectExit(int pid)
+{
+    const ExitStatus unknown{.signalled = false, .code = -1};
+    // 0 and below would mean any child.
+    if (pid <= 0)
+        return unknown;
+    int status = 0;
+    pid_t collected = 0;
+    do
+        collected = waitpid(pid, &status, 0);
+    while (collected < 0 && errno == EINTR);
+    if (collected != pid)
+        return unknown;
+    if (WIFSIGNALED(status))
+        return {.signalled = true, .code = WTERMSIG(status)};
+    return {.signalled = false, .code = WEXITSTATUS(status)};
+}
+
+void killProcess(int pid)
+{
+    // 0 and below would mean whole groups of processes.
+    if (pid > 0)
+        kill(pid, SIGKILL);
+}
+
+}  // namespace platform
