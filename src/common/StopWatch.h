@@ -11,14 +11,14 @@ public:
     void stop();
 
     // The time between the last start and the last stop, cut towards zero: whole seconds, and
-    // the rest in microseconds (0 to 999999).
+    // the rest in microseconds (0 to 999999). Both are 0 before the first stop.
     std::int64_t seconds() const;
     std::int64_t microseconds() const;
 
 private:
-    std::int64_t startWall;  // seconds since 1970
-    std::int64_t elapsed = 0;  // ticks
-    std::int64_t frequency = 1;  // ticks per second
-    std::int64_t startCount = 0;
-    std::int64_t stopCount = 0;
+    std::int64_t startWall = 0;   // wall clock at the last start, seconds since 1970
+    std::int64_t elapsed = 0;     // ticks
+    std::int64_t frequency = 1;   // ticks per second
+    std::int64_t startCount = 0;  // ticks
+    std::int64_t stopCount = 0;   // ticks
 };

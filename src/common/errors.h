@@ -23,7 +23,7 @@ public:
 // The common form: an exception that holds its text.
 class TextException : public Exception {
 public:
-    explicit TextException(std::string message) : message(std::move(message)) {}
+    explicit TextException(std::string words) : message(std::move(words)) {}
     std::string text() const override { return message; }
 
 private:
@@ -76,7 +76,8 @@ class dlerror : public error::TextException {
 // message is empty.
 class tql : public error::Exception {
 public:
-    tql(std::string message, std::int32_t status) : message(std::move(message)), code(status) {}
+    tql(std::string words, std::int32_t status_code) : message(std::move(words)), code(status_code)
+    {}
     std::string text() const override;
     std::int32_t status() const { return code; }
 
@@ -91,7 +92,7 @@ inline constexpr std::int32_t tqlIncomparable = 11;
 // A comparison of values of different types.
 class tql_incomparable : public tql {
 public:
-    explicit tql_incomparable(std::string message) : tql(std::move(message), tqlIncomparable) {}
+    explicit tql_incomparable(std::string words) : tql(std::move(words), tqlIncomparable) {}
 };
 
 }  // namespace errors

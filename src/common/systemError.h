@@ -1,21 +1,18 @@
-// Texts of system error codes, dynamic loading, and the crash handler.
+// Texts of system error codes, and dynamic loading.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// The text of a code, or the code with the reason why it has none.
+// The text of a code of platform/ErrorCode.h, at most 255 characters and without an end of line.
+// A code whose text is empty gives the code in decimal. A code that has none gives
+// "<code> (FormatMessage: 317)" and leaves 317 as the last error.
 std::string systemErrorText(std::uint32_t code);
+// The same for the last error of the calling thread.
 std::string lastSystemErrorText();
 
-// Takes the last message of a crash. Runs in a signal handler.
-using CrashReporter = void (*)(const char* text);
-
-// Installs the crash filter: it writes a post-mortem file beside the executable and gives the
-// message about it to the reporter. Called once, before main. Null: the message goes to standard
-// error.
-void installCrashHandler(CrashReporter reporter);
-
-// Both throw errors::dlerror.
+// Gives a library's handle, which lasts as long as the process.
+// Throws errors::dlerror.
 void* loadLibrary(const std::string& name);
+// Gives the address of a function of the library. Throws errors::dlerror.
 void* loadFunction(void* module, const std::string& name);

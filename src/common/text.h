@@ -1,4 +1,7 @@
 // Numbers to text and back, quoting, splitting.
+//
+// Every number that the system prints and every text that it parses goes through here, in the
+// forms of the C locale.
 #pragma once
 
 #include <cstddef>
@@ -19,11 +22,15 @@ std::string hex64ToString(std::uint64_t value, std::size_t width = 0);
 // pattern. Cut at 127 characters.
 std::string doubleToString(double value, int width, int precision);
 
-// The whole text must be a number, else error::EParseError with "Error parsing: " and the text
-// quoted. An empty text gives 0. Values beyond 32 bits saturate.
+// The whole text must be a number, blanks and a sign in front allowed, else error::EParseError
+// with "Error parsing: " and the text quoted. An empty text gives 0. Values beyond 32 bits
+// saturate; a minus sign in front of an unsigned number negates it modulo 2^32, so "-1" is
+// 4294967295.
 std::int32_t stringToLong(const std::string& text);
 std::uint32_t stringToULong(const std::string& text);
-// Also takes "nan", "inf" and "-inf".
+// The whole text must be a number as strtod reads it, "nan", "inf" and "-inf" among them, else
+// error::EParseError with "Error parsing: " and the text in double quotes, as it is. An empty text
+// gives 0.
 double stringToDouble(const std::string& text);
 
 std::string toLower(std::string_view text);
