@@ -61,8 +61,7 @@ public:
     void setHandle(platform::Handle newHandle);
 
 private:
-    static void writeCompleted(std::uint32_t e, std::uint32_t n,
-                               platform::Overlapped* overlapped);
+    static void writeCompleted(std::uint32_t e, std::uint32_t n, platform::Overlapped* overlapped);
     void check();
     void closeAndWait();
 

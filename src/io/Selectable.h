@@ -6,13 +6,14 @@
 #pragma once
 
 #include "common/Time.h"
+#include "io/NodeAllocator.h"
 #include "platform/Overlapped.h"
 
 #include <cstdint>
-#include <list>
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace io {
 
@@ -59,10 +60,14 @@ protected:
     void changed();
 
     // Every selector that holds this selectable, oldest first.
-    std::list<SelectorBase*> selectors;
+    PooledList<SelectorBase*> selectors;
 
     // Removal from all selectors, for destructors of classes whose removal needs their own type.
     void leaveSelectors();
+
+private:
+    friend class StackedSelectableBack;
+    std::vector<StackedSelectableBack*> watchers;  // told of the end of this selectable
 };
 
 // What the owner of a stacked selectable registers in a selector.
@@ -105,8 +110,12 @@ protected:
     void watchUnderlying(Selectable* u, bool watch);
 
 private:
+    friend class Selectable;
     friend class StackedSelectableFront;
-    std::set<Selectable*> underlying;
+
+    bool forget(Selectable* u);
+
+    std::set<Selectable*> underlying;  // what is watched now
     std::set<StackedSelectableFront*> fronts;
     std::map<SelectorBase*, std::int32_t> selectors;  // how many fronts stand in each
 };

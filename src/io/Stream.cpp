@@ -1,0 +1,28 @@
+#include "io/Stream.h"
+
+#include <utility>
+
+namespace io {
+
+EEndOfStream::EEndOfStream(Selectable* stream, std::string why)
+    : source(stream), detail(std::move(why)), source_name(stream->name())
+{}
+
+std::string EEndOfStream::text() const
+{
+    std::string text = "EOS from " + source_name;
+    if (!detail.empty())
+        text += " (" + detail + ")";
+    return text;
+}
+
+ENotReady::ENotReady(const Selectable* selectable)
+    : source_name(selectable ? selectable->name() : "<unknown>")
+{}
+
+std::string ENotReady::text() const
+{
+    return "Selectable " + source_name + " not ready";
+}
+
+}  // namespace io
