@@ -52,9 +52,12 @@ private:
 
     InFront front;
     protocol::ioprim* parent;
+
+protected:
+    // For a request that waits for its reply: it puts here what else arrives meanwhile.
     std::list<std::unique_ptr<event>> pending;  // taken off the link ahead of time, oldest first
-    std::set<std::pair<std::int32_t, std::int32_t>> pending_index;  // (inresponse, dest)
-    std::int32_t next_serial = 1;  // the last serial handed out
+    std::set<std::pair<std::int32_t, std::int32_t>> pending_index;  // (inresponse, dest) of each
+    std::int32_t next_serial = 1;                                   // the last one handed out
 };
 
 }  // namespace queues

@@ -39,8 +39,7 @@ public:
 protected:
     event(event_t number, queue_t destination, std::int32_t serial, bool isException)
         : type(number), dest(destination), inresponse(serial), exception(isException)
-    {
-    }
+    {}
     event(const event&) = default;
     event& operator=(const event&) = delete;
 };
@@ -50,8 +49,7 @@ class devent : public event {
 public:
     devent(queue_t destination, std::int32_t serial, T payload = T())
         : event(static_cast<event_t>(N), destination, serial, false), data(std::move(payload))
-    {
-    }
+    {}
 
     std::unique_ptr<event> clone() const override { return std::make_unique<devent>(*this); }
     void writePayload(protocol::ioprim& stream) const override
@@ -77,6 +75,9 @@ public:
 
     std::string text;
 };
+
+// True if this reader knows what follows the number in a frame. To read any other is an assertion.
+bool isKnownEvent(std::int32_t number);
 
 // Prints the whole event; each level of `indent` is two spaces. The caller has placed the start
 // of the first line.

@@ -25,6 +25,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 namespace protocol {
@@ -38,11 +39,25 @@ public:
     virtual ~ioprim();
 
     // Places n bytes, at most 8, as one unit that is never split over two write areas.
-    void writePrim(std::size_t n, const void* data);
+    void writePrim(std::size_t n, const void* data)
+    {
+        if (wlen - wused < n)
+            newPrimArea(n);
+        std::memcpy(wbuf + wused, data, n);
+        wused += n;
+    }
     // Places n bytes of any length.
     void writeBytes(std::size_t n, const void* data);
     // Takes n bytes; waits for them. Throws io::EEndOfStream and system errors.
-    void readBytes(std::size_t n, void* data);
+    void readBytes(std::size_t n, void* data)
+    {
+        if (n >= rlen - rused) {
+            readToTheEnd(n, data);
+        } else if (n != 0) {
+            std::memcpy(data, rbuf + rused, n);
+            rused += n;
+        }
+    }
     // Commits what was placed and waits until the output stream has sent it.
     void flush();
 
@@ -54,17 +69,27 @@ public:
     // Counts one level of nesting for its lifetime.
     class Nesting {
     public:
-        explicit Nesting(ioprim& stream);
+        explicit Nesting(ioprim& stream) : link(stream)
+        {
+            if (link.depth == maximumDepth)
+                refuse();
+            ++link.depth;
+        }
         ~Nesting() { --link.depth; }
         Nesting(const Nesting&) = delete;
         Nesting& operator=(const Nesting&) = delete;
 
     private:
+        [[noreturn]] static void refuse();
+
         ioprim& link;
     };
 
 private:
     void newWriteArea();
+    void newPrimArea(std::size_t n);
+    // Takes n bytes where the read area holds no more than these, so that it is used up.
+    void readToTheEnd(std::size_t n, void* data);
 
     char* wbuf = nullptr;
     std::uint64_t wlen = 0;
@@ -77,26 +102,92 @@ private:
     unsigned depth = 0;
 };
 
-ioprim& operator<<(ioprim& stream, bool value);
-ioprim& operator<<(ioprim& stream, std::uint16_t value);
-ioprim& operator<<(ioprim& stream, std::int32_t value);
-ioprim& operator<<(ioprim& stream, std::uint32_t value);
-ioprim& operator<<(ioprim& stream, std::int64_t value);
-ioprim& operator<<(ioprim& stream, std::uint64_t value);
-ioprim& operator<<(ioprim& stream, double value);
+inline ioprim& operator<<(ioprim& stream, std::int32_t value)
+{
+    stream.writePrim(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator<<(ioprim& stream, std::uint32_t value)
+{
+    stream.writePrim(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator<<(ioprim& stream, std::int64_t value)
+{
+    stream.writePrim(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator<<(ioprim& stream, std::uint64_t value)
+{
+    stream.writePrim(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator<<(ioprim& stream, double value)
+{
+    stream.writePrim(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator<<(ioprim& stream, bool value)
+{
+    return stream << static_cast<std::uint32_t>(value);
+}
+inline ioprim& operator<<(ioprim& stream, std::uint16_t value)
+{
+    return stream << static_cast<std::uint32_t>(value);
+}
 ioprim& operator<<(ioprim& stream, const std::string& value);
-ioprim& operator<<(ioprim& stream, const Time& value);
+inline ioprim& operator<<(ioprim& stream, const Time& value)
+{
+    return stream << value.sec << value.usec;
+}
+// A pointer would go out as a bool.
+ioprim& operator<<(ioprim& stream, const void* value) = delete;
 
-ioprim& operator>>(ioprim& stream, bool& value);
-ioprim& operator>>(ioprim& stream, std::uint16_t& value);
-ioprim& operator>>(ioprim& stream, std::int32_t& value);
-ioprim& operator>>(ioprim& stream, std::uint32_t& value);
-ioprim& operator>>(ioprim& stream, std::int64_t& value);
-ioprim& operator>>(ioprim& stream, std::uint64_t& value);
-ioprim& operator>>(ioprim& stream, double& value);
+inline ioprim& operator>>(ioprim& stream, std::int32_t& value)
+{
+    stream.readBytes(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator>>(ioprim& stream, std::uint32_t& value)
+{
+    stream.readBytes(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator>>(ioprim& stream, std::int64_t& value)
+{
+    stream.readBytes(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator>>(ioprim& stream, std::uint64_t& value)
+{
+    stream.readBytes(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator>>(ioprim& stream, double& value)
+{
+    stream.readBytes(sizeof value, &value);
+    return stream;
+}
+inline ioprim& operator>>(ioprim& stream, bool& value)
+{
+    std::uint32_t word = 0;
+    stream >> word;
+    value = word != 0;
+    return stream;
+}
+inline ioprim& operator>>(ioprim& stream, std::uint16_t& value)
+{
+    std::uint32_t word = 0;
+    stream >> word;
+    value = static_cast<std::uint16_t>(word);
+    return stream;
+}
 // Takes memory as the bytes arrive. A length that no string can have throws std::length_error,
 // one that no memory can hold std::bad_alloc, both before a byte of it is read.
 ioprim& operator>>(ioprim& stream, std::string& value);
-ioprim& operator>>(ioprim& stream, Time& value);
+inline ioprim& operator>>(ioprim& stream, Time& value)
+{
+    return stream >> value.sec >> value.usec;
+}
 
 }  // namespace protocol
