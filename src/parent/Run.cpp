@@ -1,0 +1,329 @@
+#include "parent/Run.h"
+
+#include "common/log.h"
+#include "common/text.h"
+#include "parent/shown.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace parent {
+
+namespace {
+
+constexpr unsigned maximumDeathsWithoutResult = 3;
+
+}  // namespace
+
+Run::Run(MainSelector& mainSelector, const std::vector<Check>& whatToCheck, RunSettings how,
+         Report& whereTo, Console& messages)
+    : selector(mainSelector),
+      checks(whatToCheck),
+      settings(std::move(how)),
+      report(whereTo),
+      console(messages),
+      interruptWatch("interrupt", platform::interruptRequested())
+{
+    summary.planned = std::uint64_t{settings.rounds} * checks.size();
+    std::int64_t latestMs = 0;
+    for (const Check& check : checks)
+        latestMs = std::max(latestMs, check.limitMs());
+    latestLimit = Time(static_cast<double>(latestMs) / 1000.0);
+}
+
+Run::~Run() = default;
+
+Summary Run::run()
+{
+    began = std::chrono::steady_clock::now();
+    selector.add(&interruptWatch, this);
+    report.begin(checks, settings.rounds != 1);
+    startRound();
+    settle();
+    while (stage != Stage::over) {
+        const auto [s, attendant] = selector.poll();
+        attendant->ready(s);
+        settle();
+    }
+
+    watch(&progressTimer, &progressWatched, false);
+    watch(&answerTimer, &answersWatched, false);
+    watch(&roundTimer, &roundWatched, false);
+    selector.remove(&interruptWatch);
+    console.erase();
+    worker.reset();
+    return summary;
+}
+
+void Run::ready(io::Selectable* s)
+{
+    if (s == &interruptWatch) {
+        interrupt();
+    } else if (s == &answerTimer) {
+        answerOverdue();
+    } else if (s == &roundTimer) {
+        watch(&roundTimer, &roundWatched, false);
+        startRound();  // and settle() goes on from there
+    } else if (s == &progressTimer) {
+        showProgress();
+    }
+}
+
+void Run::startRound()
+{
+    ++round;
+    roundBegan = Time::now();
+    stage = Stage::checking;
+    for (const Check& check : checks) {
+        if (check.unresolved.empty()) {
+            expect(check, 1);
+            continue;
+        }
+        // Nothing can be asked about a host without an address.
+        Outcome outcome;
+        outcome.check = &check;
+        outcome.kind = Outcome::Kind::unresolved;
+        outcome.reason = check.unresolved;
+        conclude(std::move(outcome));
+    }
+    sendAll();
+}
+
+// Counts a check as in progress, so that it can't be lost from here on, whatever happens.
+void Run::expect(const Check& check, std::uint32_t attempt)
+{
+    inProgress.emplace(++lastId, InProgress{&check, attempt});
+}
+
+// Sends all that is in progress, none of which has been sent yet.
+void Run::sendAll()
+{
+    if (inProgress.empty())
+        return;
+    if (worker == nullptr && !startWorker())
+        return;
+    for (const auto& [id, one] : inProgress)
+        worker->send(one.check->request(id));
+    watchAnswers();
+    showProgress();
+}
+
+// False if there is none to be had; the run is over then.
+bool Run::startWorker()
+{
+    workerAnswered = false;
+    silent = false;
+    try {
+        Worker::Listener& listener = *this;
+        worker = std::make_unique<Worker>(selector, settings.worker, listener);
+        return true;
+    } catch (const error::Exception& e) {
+        giveUp(shown(e.text()));
+        return false;
+    }
+}
+
+void Run::resultCame(const services::remcheck_stat& result)
+{
+    const bool oneNumber = result.check_id.val.size() == 1;
+    const auto found = oneNumber ? inProgress.find(result.check_id.val[0]) : inProgress.end();
+    if (found == inProgress.end()) {
+        worker->condemn("it sent a result that nothing waits for");
+        return;
+    }
+    workerAnswered = true;
+    Outcome outcome;
+    outcome.check = found->second.check;
+    outcome.kind = Outcome::Kind::answered;
+    outcome.attempt = found->second.attempt;
+    outcome.result = result;
+    inProgress.erase(found);
+    conclude(std::move(outcome));
+    if (inProgress.empty())
+        watchAnswers();
+}
+
+void Run::logLineCame(const std::string& text, std::int32_t log_type)
+{
+    if (!settings.verbose)
+        return;
+    console.line((log_type == logTrace ? "worker (trace): " : "worker: ") + shown(text));
+    showProgress();
+}
+
+// After each event: acts on what it has brought about.
+void Run::settle()
+{
+    if (!report.written() && stage != Stage::over)
+        giveUp("the results can't be written to standard output");
+    if (worker != nullptr && worker->over() && stage != Stage::over)
+        workerOver();
+    if (stage == Stage::checking && inProgress.empty())
+        roundOver();
+}
+
+void Run::workerOver()
+{
+    const std::unique_ptr<Worker> dead = std::move(worker);
+    const bool expected = stage == Stage::stopping && dead->endedWell();
+    const std::vector<std::string> words = dead->lastWords();
+    std::string why = "the worker " + dead->ending();
+    if (!expected) {
+        workersWell = false;
+        console.message(shown(why) + (words.empty() ? "" : "; its last words:"));
+    } else if (settings.verbose && !words.empty()) {
+        console.line("the worker's last words:");
+    }
+    if (!expected || settings.verbose) {
+        for (const std::string& line : words)
+            console.line("    " + shown(line));
+    }
+    if (stage == Stage::stopping) {
+        stage = Stage::over;
+        return;
+    }
+
+    if (!words.empty())
+        why += ": " + words.back();
+    deathsWithoutResult = workerAnswered ? 0 : deathsWithoutResult + 1;
+    if (deathsWithoutResult >= maximumDeathsWithoutResult) {
+        giveUp(uintToString(deathsWithoutResult) +
+               " workers have died one after the other without a single result");
+        return;
+    }
+    recover(why, !silent);
+}
+
+// The worker is gone. What it had in progress goes to a new one if it may, once; the rest is
+// lost.
+void Run::recover(const std::string& why, bool again)
+{
+    const std::map<std::uint32_t, InProgress> left = std::exchange(inProgress, {});
+    for (const auto& [id, one] : left) {
+        if (again && one.attempt == 1) {
+            expect(*one.check, 2);
+            continue;
+        }
+        Outcome outcome;
+        outcome.check = one.check;
+        outcome.attempt = one.attempt;
+        outcome.reason = why;
+        conclude(std::move(outcome));
+    }
+    watchAnswers();
+    const std::size_t count = inProgress.size();
+    if (count == 0)
+        return;
+    console.message(plural(count, "check") + " in progress " + (count == 1 ? "is" : "are") +
+                    " sent again to a new worker");
+    sendAll();
+}
+
+void Run::conclude(Outcome outcome)
+{
+    outcome.round = round;
+    summary.tally.add(outcome);
+    summary.elapsedMs = elapsedMs();
+    report.add(outcome);
+    showProgress();
+}
+
+void Run::roundOver()
+{
+    if (settings.rounds != 0 && round >= settings.rounds) {
+        stopWorker();
+        return;
+    }
+    stage = Stage::resting;
+    roundTimer.when = roundBegan + settings.interval;
+    watch(&roundTimer, &roundWatched, true);
+}
+
+void Run::stopWorker()
+{
+    summary.elapsedMs = elapsedMs();
+    if (worker == nullptr) {
+        stage = Stage::over;
+        return;
+    }
+    stage = Stage::stopping;
+    worker->closeInput();
+}
+
+// What is in progress has no result then.
+void Run::giveUp(const std::string& why)
+{
+    console.message(why);
+    summary.trouble = why;
+    workersWell = false;
+    recover(why, false);
+    summary.elapsedMs = elapsedMs();
+    stage = Stage::over;
+}
+
+// Once the worker has been told to end, all results are there, and nothing is cut short.
+void Run::interrupt()
+{
+    if (stage != Stage::stopping) {
+        summary.interrupted = true;
+        summary.elapsedMs = elapsedMs();
+    }
+    stage = Stage::over;
+}
+
+void Run::answerOverdue()
+{
+    // Requests may have left since the timer was set.
+    watchAnswers();
+    if (Time::now() < answerTimer.when.get())
+        return;
+    silent = true;
+    worker->condemn("it gave no result when all time limits had been over for " +
+                    doubleToString(static_cast<double>(settings.answerMargin), -1, 0) + " s");
+    watch(&answerTimer, &answersWatched, false);
+}
+
+// Sets the time by which the next sign of the worker is due, or none if nothing is in progress.
+void Run::watchAnswers()
+{
+    if (inProgress.empty() || worker == nullptr) {
+        watch(&answerTimer, &answersWatched, false);
+        return;
+    }
+    answerTimer.when = worker->lastFed() + latestLimit + settings.answerMargin;
+    watch(&answerTimer, &answersWatched, true);
+}
+
+void Run::watch(io::Timer* timer, bool* watched, bool wanted)
+{
+    if (wanted && !*watched)
+        selector.add(timer, this);
+    else if (!wanted && *watched)
+        selector.remove(timer);
+    *watched = wanted;
+}
+
+void Run::showProgress()
+{
+    if (!console.showsProgress())
+        return;
+    progressTimer.when = Time::now() + Time::second;
+    watch(&progressTimer, &progressWatched, true);
+    if (stage == Stage::over)
+        return;
+    const std::uint64_t done = summary.tally.total();
+    std::string text = uint64ToString(done);
+    if (summary.planned != 0)
+        text += " of " + uint64ToString(summary.planned);
+    text += " done, " + sizeToString(inProgress.size()) + " running, " +
+            int64ToString(elapsedMs() / 1000) + " s";
+    console.progress(text);
+}
+
+std::int64_t Run::elapsedMs() const
+{
+    const auto span = std::chrono::steady_clock::now() - began;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(span).count();
+}
+
+}  // namespace parent

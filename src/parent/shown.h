@@ -1,0 +1,22 @@
+// Text from outside, made fit to be shown.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace parent {
+
+// The text with everything escaped that could move a cursor, start a terminal's control sequence
+// or turn the direction of writing: control characters, bytes that are no UTF-8, and the
+// invisible format characters of Unicode. "\n", "\r" and "\t" by name, a backslash doubled, other
+// bytes as \xNN. The result holds no line end.
+std::string shown(std::string_view text);
+
+// The same, cut to about `columns` characters, at least 4, with "..." for what is left out.
+std::string shownShort(std::string_view text, std::size_t columns);
+
+// How many characters a result of shown() has.
+std::size_t shownWidth(std::string_view text);
+
+}  // namespace parent
