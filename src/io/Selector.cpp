@@ -164,16 +164,14 @@ void OsSelector::dropHandle(Selectable* s)
 }
 
 // True if the result of a wait names a place of the wait list. A long list has places whose
-// numbers are those of other results: there the handle is asked by itself.
+// numbers are those of other results; but those come only while no handle is signalled.
 bool OsSelector::namesPlace(std::uint32_t result) const
 {
     if (result >= handle_owners.size())
         return false;
     if (result != platform::WAIT_IO_COMPLETION && result != platform::WAIT_TIMEOUT)
         return true;
-    platform::WaitList alone;
-    alone.append((*handles)[result]);
-    return platform::waitForMultipleObjectsEx(alone, 0) == 0;
+    return handles->isSignalled(result);
 }
 
 void OsSelector::noteChanged(Selectable* s)

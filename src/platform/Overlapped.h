@@ -150,6 +150,9 @@ public:
     std::size_t size() const;
     bool empty() const { return size() == 0; }
     Handle operator[](std::size_t index) const;
+    // Whether the handle at `index` is signalled. After a wait whose result could be the number of
+    // a place as well as WAIT_IO_COMPLETION or WAIT_TIMEOUT: true if it was the place.
+    bool isSignalled(std::size_t index) const;
     void append(Handle handle);
     // Moves the last entry to `index` and drops the last place.
     void removeSwapLast(std::size_t index);

@@ -124,6 +124,11 @@ Handle WaitList::operator[](std::size_t index) const
     return impl->entries[index].handle;
 }
 
+bool WaitList::isSignalled(std::size_t index) const
+{
+    return impl->signalled.contains(index);
+}
+
 void WaitList::append(Handle handle)
 {
     const std::size_t index = impl->entries.size();

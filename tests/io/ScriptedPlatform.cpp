@@ -93,6 +93,10 @@ Handle WaitList::operator[](std::size_t index) const
 {
     return impl->handles.at(index);
 }
+bool WaitList::isSignalled(std::size_t index) const
+{
+    return state.signalled.contains(static_cast<std::uint64_t>(impl->handles.at(index)));
+}
 void WaitList::append(Handle handle)
 {
     impl->handles.push_back(handle);

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,11 +48,12 @@ struct State {
     std::deque<Start> starts;          // answers to starts; success when there are none
     std::uint64_t started = 0;         // operations, failed ones included
     std::uint64_t waits = 0;
-    Wait wait;                        // none: a wait fails the test
-    std::vector<Connect> connects;    // those begun, oldest first; the first has the handle 101
-    std::uint32_t socketError = 0;    // not 0: no socket is to be had
-    std::uint32_t shutdownError = 0;  // not 0: shutdown fails
-    int startupResult = 0;            // of wsaStartup
+    Wait wait;                          // none: a wait fails the test
+    std::set<std::uint64_t> signalled;  // handles, for those who ask without a wait
+    std::vector<Connect> connects;      // those begun, oldest first; the first has the handle 101
+    std::uint32_t socketError = 0;      // not 0: no socket is to be had
+    std::uint32_t shutdownError = 0;    // not 0: shutdown fails
+    int startupResult = 0;              // of wsaStartup
 };
 extern State state;
 void reset();

@@ -115,38 +115,6 @@ TEST(Netcheckctl, TellsGoodAndBadServicesApart)
     }
 }
 
-TEST(Netcheckctl, WritesJsonLinesAndNothingElse)
-{
-    ScriptedServer good(support::Script{});
-    const RefusingPort refused;
-    const ProgramEnd end =
-        netcheckctl({"check", "--format", "json", target(good.port()), target(refused.port())});
-    std::map<std::string, nlohmann::json> objects;
-    for (const std::string& line : lines(end.output)) {
-        const nlohmann::json object = nlohmann::json::parse(line);
-        objects[object["target"]] = object;
-    }
-    ASSERT_EQ(objects.size(), 2U) << end.output;
-    EXPECT_EQ(objects[target(good.port())]["result"], "OK");
-    EXPECT_GE(objects[target(good.port())]["replyTimeMs"], 0);
-    EXPECT_EQ(objects[target(refused.port())]["resultCode"], 3);
-    EXPECT_TRUE(objects[target(refused.port())]["replyTimeMs"].is_null());
-    EXPECT_THAT(end.errors, MatchesRegex("2 checks in [0-9.]+ s: 1 OK, 1 CONNECT FAILED\n"));
-    EXPECT_EQ(end.exitCode, 2);
-}
-
-TEST(Netcheckctl, IsAMonitoringPlugin)
-{
-    ScriptedServer good(support::Script{});
-    const ProgramEnd end =
-        netcheckctl({"check", "--format", "plugin", "--warn", "60000", target(good.port())});
-    const std::string endpoint = "127.0.0.1:" + std::to_string(good.port());
-    EXPECT_THAT(end.output, MatchesRegex("TCP OK - " + endpoint + " [0-9]+ ms \\| 'tcp://" +
-                                         endpoint + "'=[0-9]+ms;60000;;0\n"));
-    EXPECT_EQ(end.exitCode, 0);
-    EXPECT_EQ(end.errors, "");
-}
-
 struct UsageCase {
     const char* name;
     std::vector<std::string> arguments;  // in front of a worker that leaves a mark
@@ -169,14 +137,9 @@ const UsageCase usageCases[] = {
      {"--warn", "-5", "tcp://h:1"},
      "netcheckctl: --warn: '-5' is no number of milliseconds from 0 to 2147483647\n"},
     {"no number", {"--alert", "1s", "tcp://h:1"}, "--alert: '1s' is no number of milliseconds"},
-    {"a hexadecimal number", {"--alert", "0x10", "tcp://h:1"}, "'0x10' is no number"},
     {"an empty number", {"--alert", "", "tcp://h:1"}, "'' is no number"},
     {"beyond 31 bits", {"--alert", "2147483648", "tcp://h:1"}, "'2147483648' is no number"},
-    {"beyond 64 bits",
-     {"--repeat", "18446744073709551617", "tcp://h:1"},
-     "--repeat: '18446744073709551617' is no number of rounds"},
     {"a negative interval", {"--interval", "-1", "tcp://h:1"}, "--interval: '-1' is no number"},
-    {"an endless interval", {"--interval", "inf", "tcp://h:1"}, "--interval: 'inf' is no number"},
     {"a point alone", {"--interval", ".", "tcp://h:1"}, "--interval: '.' is no number"},
     {"an interval of years",
      {"--interval", "1000001", "tcp://h:1"},
@@ -190,10 +153,6 @@ const UsageCase usageCases[] = {
     {"a plugin makes one round",
      {"--format", "plugin", "--repeat", "2", "tcp://h:1"},
      "--format plugin makes one round"},
-    {"a plugin has no interval",
-     {"--format", "plugin", "--interval", "2", "tcp://h:1"},
-     "--format plugin makes one round"},
-    {"an unknown option", {"--frobnicate", "tcp://h:1"}, "--frobnicate"},
 };
 
 TEST(Netcheckctl, StartsNothingOnBadArguments)
@@ -234,51 +193,49 @@ TEST(Netcheckctl, HelpsAndNamesItsVersion)
 }
 
 struct DeathCase {
-    const char* name;
     const char* script;
-    std::string death;   // after "netcheckctl: the worker "
-    std::string reason;  // in the row, after "the worker "
+    std::string ending;                   // of "the worker "
+    std::vector<std::string> words = {};  // the last ones, as they are shown
 };
 
 const DeathCase deathCases[] = {
-    {"words and an exit code", "echo one >&2; printf 'two\\033[2J' >&2; exit 3",
-     "ended with exit code 3; its last words:\n    one\n    two\\x1b[2J\n",
-     "ended with exit code 3: two\\x1b[2J"},
-    {"a signal", "kill -ABRT $$", "was killed by signal 6 (SIGABRT)\n",
-     "was killed by signal 6 (SIGABRT)"},
-    {"no word", "exit 0", "ended with exit code 0\n", "ended with exit code 0"},
-    {"only the last lines of many are told",
-     "i=0; while [ $i -lt 3000 ]; do echo line $i; i=$((i+1)); done >&2; exit 1",
-     "ended with exit code 1; its last words:\n    line 2992\n",
-     "ended with exit code 1: line 2999"},
-    {"an event that no worker sends", "cat request; exec sleep 1000",
-     "was stopped: it sent what no worker sends, event number 134\n",
-     "was stopped: it sent what no worker sends, event number 134"},
-    {"text in place of events", "echo this is no event at all; exec sleep 1000",
-     "was stopped: it sent what no worker sends, event number 1936287860\n",
+    {"echo one >&2; printf 'two\\033[2J' >&2; exit 3",
+     "ended with exit code 3",
+     {"one", "two\\x1b[2J"}},
+    {"i=0; while [ $i -lt 3000 ]; do i=$((i+1)); echo line $i; done >&2; exit 1",
+     "ended with exit code 1",
+     {"line 2993", "line 2994", "line 2995", "line 2996", "line 2997", "line 2998", "line 2999",
+      "line 3000"}},
+    {"kill -ABRT $$", "was killed by signal 6 (SIGABRT)"},
+    {"exit 0", "ended with exit code 0"},
+    {"cat request; exec sleep 1000", "was stopped: it sent what no worker sends, event number 134"},
+    {"echo this is no event at all; exec sleep 1000",
      "was stopped: it sent what no worker sends, event number 1936287860"},
-    {"a result of another check", "cat unasked; exec sleep 1000",
-     "was stopped: it sent a result that nothing waits for\n",
-     "was stopped: it sent a result that nothing waits for"},
-    {"an exception", "cat exception; exec sleep 1000",
-     "was stopped: it sent the exception \"why\"\n", "was stopped: it sent the exception \"why\""},
+    {"cat unasked; exec sleep 1000", "was stopped: it sent a result that nothing waits for"},
+    {"cat exception; exec sleep 1000", "was stopped: it sent the exception \"why\""},
 };
 
 TEST(Netcheckctl, ReportsADeadWorkerAndTriesOnceMore)
 {
     for (const DeathCase& one : deathCases) {
-        support::runCase(one.name, [&] {
+        support::runCase(one.script, [&] {
             const FalseWorker worker(std::string("echo >> starts\n") + one.script);
             worker.write("request", frameHeader(134, 0, 0, 0));
             worker.write("unasked", okResult(4711));
             worker.write("exception", frameHeader(195, 0, 0, 1) + Encoder().text("why").bytes());
+            std::string report = "netcheckctl: the worker " + one.ending;
+            report += one.words.empty() ? "\n" : "; its last words:\n";
+            for (const std::string& line : one.words)
+                report.append("    ").append(line).append("\n");
             const ProgramEnd end =
                 netcheckctl({"check", "--worker", worker.path(), "tcp://127.0.0.1:9"});
-            EXPECT_THAT(end.errors, HasSubstr("netcheckctl: the worker " + one.death));
-            EXPECT_THAT(end.errors, HasSubstr("1 check in progress is sent again"));
+            const std::string again =
+                "netcheckctl: 1 check in progress is sent again to a new worker\n";
+            EXPECT_EQ(end.errors, std::string(report).append(again).append(report));
             EXPECT_EQ(std::filesystem::file_size(worker.file("starts")), 2U);
-            const std::string row = rowOf(end.output, "tcp://127.0.0.1:9");
-            EXPECT_EQ(row, "NO RESULT                -  the worker " + one.reason);
+            EXPECT_EQ(rowOf(end.output, "tcp://127.0.0.1:9"),
+                      "NO RESULT                -  the worker " + one.ending +
+                          (one.words.empty() ? "" : ": " + one.words.back()));
             EXPECT_EQ(end.exitCode, 3);
         });
     }
@@ -418,6 +375,7 @@ TEST(Netcheckctl, ChecksAThousandTargetsAtOnce)
     for (const std::string& line : lines(end.output))
         ++counts[nlohmann::json::parse(line)["result"]];
     EXPECT_EQ(counts, (std::map<std::string, int>{{"CONNECT FAILED", 500}, {"OK", 500}}));
+    EXPECT_THAT(end.errors, HasSubstr("\n1000 checks in "));
     EXPECT_EQ(end.exitCode, 2);
 }
 

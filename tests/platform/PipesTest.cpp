@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <termios.h>
 
+#include <memory>
 #include <numeric>
 
 namespace platform {
@@ -88,6 +89,26 @@ TEST(Pipes, RoutinesRunInTheOrderInWhichOperationsFinish)
     EXPECT_EQ(sleepEx(INFINITE), WAIT_IO_COMPLETION);
     EXPECT_EQ(order, (std::vector<const Op*>{&done, &last, &armed}));
     close(late.writing);
+}
+
+TEST(Pipes, OrderHoldsForMany)
+{
+    std::vector<const Op*> order;
+    std::vector<const Op*> expected;
+    std::vector<std::unique_ptr<Adopted>> devices;
+    std::vector<std::unique_ptr<Read>> reads;
+    for (const std::size_t count : {10, 500}) {
+        order.clear();
+        expected.clear();
+        for (std::size_t i = 0; i < count; ++i) {
+            devices.push_back(std::make_unique<Adopted>(open("/dev/zero", O_RDONLY)));
+            reads.push_back(std::make_unique<Read>(*devices.back(), 1));
+            reads.back()->order = &order;
+            expected.push_back(reads.back().get());
+        }
+        EXPECT_EQ(sleepEx(INFINITE), WAIT_IO_COMPLETION);
+        EXPECT_TRUE(order == expected);
+    }
 }
 
 TEST(Pipes, WriteOnAFullPipeIsPartialThenWaits)
@@ -490,6 +511,28 @@ TEST(Pipes, ClosedDescriptorWithADuplicateReportsNothing)
     EXPECT_EQ(systemCallCounts().waits, before + 1);
     close(duplicate);
     close(pipe.writing);
+}
+
+// A level that stays, such as a hang-up, would make every wait spin.
+TEST(Pipes, AnIdlePipeThatHangsUpWakesNobody)
+{
+    RawPipe input;
+    RawPipe output;
+    Adopted in(input.reading, true);
+    Adopted out(output.writing, true);
+    const std::size_t filled = fill(output.writing);
+    Read read(in);
+    Write write(out, "w");
+    put(input.writing, "r");
+    std::string drained(filled, '\0');
+    ASSERT_EQ(::read(output.reading, drained.data(), filled), static_cast<ssize_t>(filled));
+    ASSERT_TRUE(waitUntil([&] { return read.ended() && write.ended(); }));
+
+    close(input.writing);
+    close(output.reading);
+    const std::uint64_t before = systemCallCounts().waits;
+    EXPECT_EQ(sleepEx(5), 0u);
+    EXPECT_EQ(systemCallCounts().waits, before + 1);
 }
 
 TEST(Pipes, ASmallWriteCostsOneTransferAndOnePoll)

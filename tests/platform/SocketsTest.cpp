@@ -256,10 +256,10 @@ TEST(Sockets, CloseEndsWhatIsUnderWay)
 TEST(Sockets, AnUnconnectedSocketCanBeUsedLater)
 {
     const SocketHandle socket = tcpSocket();
-    Receive receive(socket);
-    EXPECT_EQ(receive.code, WSAENOTCONN);
     Send send(socket, "x");
     EXPECT_EQ(send.code, WSAENOTCONN);
+    Receive receive(socket);
+    EXPECT_EQ(receive.code, WSAENOTCONN);
 
     RawListener listener;
     Attempt attempt(listener.endpoint, socket);

@@ -16,6 +16,22 @@
 #include <stdexcept>
 #include <string>
 
+// Visible everywhere, and called through a variable, so that the compiler can't know which pure()
+// is meant.
+struct Base {
+    Base() { callBack(this); }
+    virtual ~Base() = default;
+    virtual void pure() = 0;
+    static void (*volatile callBack)(Base*);
+};
+void (*volatile Base::callBack)(Base*) = [](Base* self) {
+    self->pure();
+};
+
+struct Derived : Base {
+    void pure() override {}
+};
+
 namespace {
 
 using namespace platform;
@@ -48,6 +64,7 @@ void showSignals()
 // Which standard handles there are, and whether the numbers of the others are taken.
 void showStandardHandles()
 {
+    dup(STDERR_FILENO);  // what a library might do before anybody uses the platform
     const bool input = getStdHandle(STD_INPUT_HANDLE) != Handle::none;
     const bool output = getStdHandle(STD_OUTPUT_HANDLE) != Handle::none;
     const SocketHandle socket = udpSocket();
@@ -96,17 +113,6 @@ int writeDump(ExceptionPointers* pointers)
     const char* const text = written ? "written" : created ? "created" : "nothing";
     return write(STDOUT_FILENO, text, std::strlen(text)) > 0;
 }
-
-struct Base {
-    Base() { callBack(this); }
-    virtual ~Base() = default;
-    virtual void pure() = 0;
-    [[gnu::noinline]] static void callBack(Base* self) { self->pure(); }  // NOLINT: the point
-};
-
-struct Derived : Base {
-    void pure() override {}
-};
 
 [[gnu::noinline]] long overflow(volatile char* outer, long depth)
 {

@@ -144,8 +144,8 @@ public:
     std::uint16_t port() const { return number; }
 
 private:
+    std::uint16_t number = 0;  // before the descriptor, whose making fills it
     int descriptor = -1;
-    std::uint16_t number = 0;
 };
 
 // A port of loopback that never answers an attempt to connect: the queue of its listener is full.
