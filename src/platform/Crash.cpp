@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
+#include <string_view>
 #include <typeinfo>
 
 namespace platform {
@@ -147,6 +148,8 @@ void setUnhandledExceptionFilter(ExceptionFilter filter)
     std::set_terminate(handleTerminate);
 }
 
+constexpr std::string_view replacedSuffix = " (deleted)";
+
 bool moduleFileName(char* path, std::size_t size)
 {
     const ssize_t length = size == 0 ? 0 : readlink("/proc/self/exe", path, size);
@@ -159,6 +162,10 @@ bool moduleFileName(char* path, std::size_t size)
         return false;
     }
     path[length] = '\0';
+    // The kernel says so of a file that was removed or replaced. A file may also be called that.
+    const std::string_view whole(path, static_cast<std::size_t>(length));
+    if (whole.ends_with(replacedSuffix) && access(path, F_OK) != 0 && errno == ENOENT)
+        path[whole.size() - replacedSuffix.size()] = '\0';
     return true;
 }
 

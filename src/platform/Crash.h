@@ -19,8 +19,8 @@ using ExceptionFilter = int (*)(ExceptionPointers*);
 // catches. An abort() doesn't reach it. Calls of pure virtual functions end in the filter, too.
 void setUnhandledExceptionFilter(ExceptionFilter filter);
 
-// The path of the running executable, into `path` of `size` bytes, ended by a zero byte. False if
-// it can't be had. Safe in a signal handler.
+// The path of the running executable, into `path` of `size` bytes, ended by a zero byte; also after
+// an upgrade has put another file there. False if it can't be had. Safe in a signal handler.
 bool moduleFileName(char* path, std::size_t size);
 
 // Writes a text post-mortem (signal, address, exception, registers, memory map, call stack) to a

@@ -1,256 +1,82 @@
-// The selectors and streams on real pipes and sockets.
-#include "common/errors.h"
+// The selectors and streams on real pipes and sockets, and the broken rules that they find.
 #include "common/systemError.h"
 #include "io/Pipe.h"
-#include "io/Selector.h"
 #include "io/Tcp.h"
 #include "io/Timer.h"
+#include "tests/io/Fakes.h"
+#include "tests/support/ScriptedServer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <dirent.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
+#include <csignal>
+#include <filesystem>
 #include <memory>
-#include <thread>
-#include <vector>
 
 namespace {
 
+using fakes::put;
+using fakes::take;
+using fakes::thrown;
+using support::step;
+
 constexpr std::uint32_t loopback = 0x0100007f;  // 127.0.0.1 as it lies on the wire
 
-struct PipeEnds {
-    PipeEnds()
-    {
-        if (pipe(ends) != 0)
-            throw std::runtime_error("no pipe");
-    }
-    platform::Handle reader() const { return platform::adoptDescriptor(ends[0]); }
-    platform::Handle writer() const { return platform::adoptDescriptor(ends[1]); }
+struct Pipe {
     int ends[2];
+    int made = pipe(ends);
+    io::PipeIStream in{"in", platform::adoptDescriptor(ends[0])};
+    io::PipeOStream out{"out", platform::adoptDescriptor(ends[1])};
 };
 
-std::string failure(const std::function<void()>& operation)
+std::unique_ptr<io::Socket> connectTo(std::uint16_t port)
 {
-    try {
-        operation();
-    } catch (const error::Exception& e) {
-        return e.text();
-    }
-    return "";
+    io::SocketConnector connector(loopback, port);
+    connector.waitReady();
+    return std::make_unique<io::Socket>(connector);
 }
 
-std::uint64_t put(io::OStream& stream, const std::string& bytes)
-{
-    char* space = nullptr;
-    const std::uint64_t count = std::min<std::uint64_t>(stream.writeBegin(&space), bytes.size());
-    std::copy_n(bytes.data(), count, space);
-    stream.writeCommit(count);
-    return count;
-}
-
-std::string take(io::IStream& stream)
-{
-    char* data = nullptr;
-    const std::uint64_t count = stream.readBegin(&data);
-    std::string taken(data, count);
-    stream.readCommit(count);
-    return taken;
-}
-
-std::size_t openDescriptors()
+std::ptrdiff_t openDescriptors()
 {
     platform::sleepEx(0);  // the platform's own come with the first wait
-    std::size_t count = 0;
-    DIR* const directory = opendir("/proc/self/fd");
-    while (readdir(directory))
-        ++count;
-    closedir(directory);
-    return count;
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// A listener on a free port of the loopback address; accepts by plain calls.
-class Listener {
-public:
-    Listener() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = loopback;
-        auto* const plain = reinterpret_cast<sockaddr*>(&address);
-        socklen_t length = sizeof address;
-        if (bind(fd, plain, length) != 0 || listen(fd, 100) != 0 ||
-            getsockname(fd, plain, &length) != 0)
-            throw std::runtime_error("no listener");
-        port = ntohs(address.sin_port);
-    }
-    ~Listener() { close(fd); }
-    int accepted() const { return accept(fd, nullptr, nullptr); }
-
-    int fd;
-    std::uint16_t port = 0;
-};
-
-void awaitAttempt(io::SocketConnector& connector)
+TEST(Pipes, ShowUnreadBytesThenTheEndOrTheError)
 {
-    io::Selector<int> selector;
-    selector.add(&connector, 1);
-    EXPECT_EQ(selector.poll().first, &connector);
-}
-
-struct Connection {
-    Connection()
-    {
-        io::SocketConnector connector(loopback, listener.port);
-        awaitAttempt(connector);
-        socket = std::make_unique<io::Socket>(connector);
-        peer = listener.accepted();
+    const std::string invalid = "Error in PipeIStream(PipeIStream(in)): " + systemErrorText(6);
+    for (const bool endsItself : {true, false}) {
+        std::make_unique<Pipe>()->in.issueOverlapped();  // dies while its read is under way
+        Pipe pipe;
+        put(pipe.out, "unread");
+        EXPECT_TRUE(pipe.out.flush());
+        pipe.in.waitReady();
+        endsItself ? pipe.in.close() : pipe.out.close();
+        EXPECT_EQ(take(pipe.in), "unread");
+        pipe.in.waitReady();
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(thrown([&] { take(pipe.in); }),
+                      endsItself ? invalid : "EOS from PipeIStream(in)");
     }
-    ~Connection() { closePeer(false); }
-
-    void closePeer(bool withReset)
-    {
-        if (peer < 0)
-            return;
-        const linger abrupt{1, 0};
-        if (withReset)
-            setsockopt(peer, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
-        close(peer);
-        peer = -1;
-    }
-
-    Listener listener;
-    int peer;
-    std::unique_ptr<io::Socket> socket;
-};
-
-TEST(Pipes, CarryMoreThanTheirBuffersHold)
-{
-    const PipeEnds ends;
-    io::PipeIStream in("in", ends.reader());
-    auto out = std::make_unique<io::PipeOStream>("out", ends.writer());
-    io::Selector<int> selector;
-    selector.add(&in, 0);
-    selector.add(out.get(), 1);
-    std::string sent;
-    while (sent.size() < 300000)
-        sent += std::to_string(sent.size()) + ",";
-    std::string received;
-    std::size_t placed = 0;
-    try {
-        for (;;) {
-            if (selector.poll().second == 0)
-                received += take(in);
-            else if (placed < sent.size())
-                placed += put(*out, sent.substr(placed));
-            else
-                out.reset();
-        }
-    } catch (const io::EEndOfStream& e) {
-        EXPECT_EQ(e.text(), "EOS from PipeIStream(in)");
-    }
-    EXPECT_EQ(received, sent);
 }
 
 TEST(Pipes, ADeadOneFailsTheNextWriteAndNeverSpins)
 {
-    const PipeEnds ends;
-    io::PipeOStream out("out", ends.writer());
-    close(ends.ends[0]);
+    Pipe pipe;
+    pipe.in.close();
     const auto before = platform::systemCallCounts();
-    put(out, "abc");
-    out.waitReady();
-    const std::string text = "PipeOStream(out) write: " + systemErrorText(109);
+    put(pipe.out, "abc");
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(failure([&] { put(out, "x"); }), text);
-        out.waitReady();
+        pipe.out.waitReady();
+        EXPECT_EQ(thrown([&] { put(pipe.out, "x"); }),
+                  "PipeOStream(out) write: " + systemErrorText(109));
     }
     const auto after = platform::systemCallCounts();
     EXPECT_LE(after.waits - before.waits, 2u);
     EXPECT_LE(after.transfers - before.transfers, 2u);
-}
-
-TEST(Pipes, AWaitForOneWriteCostsOneWriteAndOneLook)
-{
-    const PipeEnds ends;
-    io::PipeOStream out("out", ends.writer());
-    put(out, "warm-up");
-    out.waitReady();
-    const auto before = platform::systemCallCounts();
-    put(out, "line");
-    out.waitReady();
-    out.waitReady();
-    const auto after = platform::systemCallCounts();
-    EXPECT_EQ(after.transfers - before.transfers, 1u);
-    EXPECT_EQ(after.waits - before.waits, 1u);
-    EXPECT_EQ(fcntl(ends.ends[1], F_GETFL) & O_NONBLOCK, 0);
-    close(ends.ends[0]);
-}
-
-TEST(Pipes, DieWhileAnOperationIsUnderWay)
-{
-    const std::size_t before = openDescriptors();
-    for (int i = 0; i < 3; ++i) {
-        const PipeEnds ends;
-        io::PipeIStream in("in", ends.reader());
-        io::PipeOStream out("out", ends.writer());
-        io::Selector<int> selector;
-        io::Timer timer;
-        timer.when = Time::now();
-        selector.add(&in, 0);
-        selector.add(&timer, 1);
-        EXPECT_EQ(selector.poll().second, 1);  // the read is under way now
-        if (i == 1) {
-            in.close();
-            in.waitReady();  // which tries to read once more
-            EXPECT_EQ(failure([&] { take(in); }),
-                      "Error in PipeIStream(PipeIStream(in)): " + systemErrorText(6));
-        }
-        put(out, std::string(4096, 'x'));
-        out.issueOverlapped();
-    }
-    EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST(Sockets, ConnectAndCarryBothWays)
-{
-    Connection connection;
-    io::Socket& socket = *connection.socket;
-    EXPECT_EQ(socket.peer, "127.0.0.1:" + std::to_string(connection.listener.port));
-    std::thread echo([peer = connection.peer] {
-        char bytes[1000];
-        for (ssize_t n; (n = read(peer, bytes, sizeof bytes)) > 0;)
-            for (ssize_t done = 0; done < n;)
-                done += write(peer, bytes + done, static_cast<std::size_t>(n - done));
-        shutdown(peer, SHUT_WR);
-    });
-    io::Selector<int> selector;
-    selector.add(&socket.istream, 0);
-    selector.add(&socket.ostream, 1);
-    std::string received;
-    int batches = 0;
-    const std::string end = failure([&] {
-        for (;;) {
-            if (selector.poll().second == 0) {
-                received += take(socket.istream);
-            } else if (batches++ < 50) {
-                put(socket.ostream, std::string(4096, static_cast<char>('a' + batches % 26)));
-            } else {
-                selector.remove(&socket.ostream);
-                socket.ostream.close();  // the peer sees the end, and its last bytes still come
-            }
-        }
-    });
-    echo.join();
-    EXPECT_EQ(end, "EOS from Socket_IStream(" + socket.peer + ")");
-    EXPECT_EQ(received.size(), 50u * 4096u);
 }
 
 TEST(Sockets, TellAResetFromAnEnd)
@@ -260,162 +86,141 @@ TEST(Sockets, TellAResetFromAnEnd)
         const char* data;  // sent before
         bool reset;
         bool writesFirst;  // our side writes before it reads
-        bool extraScan;    // another read is tried between the failure and readBegin
     } cases[] = {
-        {"end", "", false, false, false},
-        {"bytes, end", "abc", false, false, false},
-        {"reset", "", true, false, false},
-        {"bytes, reset", "abc", true, false, false},
-        {"reset, seen by a write first", "", true, true, false},
-        {"reset, tried again", "", true, false, true},
-        {"reset, written and tried again", "", true, true, true},
-        {"end, tried again", "", false, false, true},
+        {"end", "", false, false},
+        {"bytes, end", "abc", false, false},
+        {"reset", "", true, false},
+        {"bytes, reset", "abc", true, false},
+        {"reset, seen by a write first", "", true, true},
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.name);
-        Connection connection;
-        io::Socket& socket = *connection.socket;
-        const std::string data = one.data;
-        EXPECT_EQ(send(connection.peer, data.data(), data.size(), 0),
-                  static_cast<ssize_t>(data.size()));
-        connection.closePeer(one.reset);
+        support::ScriptedServer server({step::waitForRelease(), step::send(one.data),
+                                        one.reset ? step::reset() : step::halfClose(),
+                                        step::silence()});
+        const auto socket = connectTo(server.port());
+        server.release();
+        if (one.reset)
+            server.waitForClosed();
         if (one.writesFirst) {
-            put(socket.ostream, "x");
-            socket.ostream.waitReady();
+            put(socket->ostream, "x");
+            socket->ostream.waitReady();
         }
         std::string received;
-        while (received.size() < data.size()) {
-            socket.istream.waitReady();
-            received += take(socket.istream);
-        }
-        EXPECT_EQ(received, data);
-        socket.istream.waitReady();
-        if (one.extraScan) {
-            io::Selector<int> selector;
-            io::Timer timer;
-            timer.when = Time::now();
-            selector.add(&socket.istream, 0);
-            selector.add(&timer, 1);
-            for (int i = 0; i < 3; ++i)
-                selector.poll();
-        }
-        const std::string text = one.reset ? "Socket_IStream: " + systemErrorText(10054)
-                                           : "EOS from Socket_IStream(" + socket.peer + ")";
-        for (int i = 0; i < 2; ++i)
-            EXPECT_EQ(failure([&] { take(socket.istream); }), text);
-        if (one.reset) {
-            failure([&] { put(socket.ostream, "x"); });
-            socket.ostream.waitReady();
-            EXPECT_EQ(failure([&] { put(socket.ostream, "x"); }),
-                      "Socket_Ostream(" + socket.ostream.name() + "): " + systemErrorText(10054));
-        }
+        const std::string text = thrown([&] {
+            for (;; socket->istream.waitReady())
+                received += take(socket->istream);
+        });
+        const std::string reset = systemErrorText(10054);
+        EXPECT_EQ(received, one.data);
+        EXPECT_EQ(text, one.reset ? "Socket_IStream: " + reset
+                                  : "EOS from Socket_IStream(" + socket->peer + ")");
+        EXPECT_EQ(thrown([&] { take(socket->istream); }), text);
+        thrown([&] { put(socket->ostream, "x"); });
+        socket->ostream.waitReady();
+        EXPECT_EQ(thrown([&] { put(socket->ostream, "x"); }),
+                  one.reset ? "Socket_Ostream(" + socket->ostream.name() + "): " + reset : "");
     }
 }
 
-TEST(Sockets, AFloodDoesNotHoldTheTimerUp)
+// A peer that takes nothing before all buffers are full: the last batch leaves in parts.
+struct SlowPeer : support::RefusingPort {
+    SlowPeer() { EXPECT_EQ(listen(descriptor, 1), 0); }
+    int accepted() const { return accept(descriptor, nullptr, nullptr); }
+};
+
+TEST(Sockets, SendInPartsAndCloseOneDirection)
 {
-    Connection connection;
-    std::atomic<bool> stop = false;
-    std::thread flood([&, peer = connection.peer] {
-        const std::string bytes(65536, 'x');
-        while (!stop && send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0) {
+    const SlowPeer peer;
+    const auto socket = connectTo(peer.port());
+    const int fd = peer.accepted();
+    io::Selector<int> selector;
+    selector.add(&socket->ostream, 0);
+    std::string sent;
+    std::string received;
+    thrown([&] {
+        for (;; selector.pollImpl(true)) {
+            const std::string bytes(3999, static_cast<char>('a' + sent.size() % 26));
+            sent += bytes.substr(0, put(socket->ostream, bytes));
         }
     });
-    io::Selector<int> selector;
-    io::Timer timer;
-    timer.when = Time::now() + Time(0, 50000);
-    selector.add(&connection.socket->istream, 0);
-    selector.add(&timer, 1);
-    std::uint64_t bytes = 0;
-    while (selector.poll().second == 0)
-        bytes += take(connection.socket->istream).size();
-    EXPECT_GT(bytes, 0u);
-    stop = true;
-    connection.socket.reset();  // ends a send that blocks
-    flood.join();
+    char bytes[65536];
+    const Time limit = Time::now() + Time(30, 0);
+    while (received.size() < sent.size() && Time::now() < limit) {
+        const ssize_t count = recv(fd, bytes, sizeof bytes, MSG_DONTWAIT);
+        received.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        thrown([&] { selector.pollImpl(true); });
+    }
+    EXPECT_TRUE(received == sent);
+    socket->istream.issueOverlapped();  // it ends with the stream at the latest
+    socket->ostream.close();
+    EXPECT_EQ(read(fd, bytes, 1), 0);
+    close(fd);
 }
 
 TEST(Connectors, RefusedAbandonedAndTakenTwice)
 {
-    std::uint16_t closedPort = 0;
+    const support::RefusingPort refusing;
+    const support::SilentPort silent;
+    support::ScriptedServer server({step::expectEnd()});
+    const std::ptrdiff_t before = openDescriptors();
     {
-        const Listener listener;
-        closedPort = listener.port;
-    }
-    const std::size_t before = openDescriptors();
-    const auto text = [](std::uint16_t port, std::uint32_t code) {
-        return "Error connecting to 127.0.0.1:" + std::to_string(port) + ": " +
-               systemErrorText(code);
-    };
-    {
-        io::SocketConnector connector(loopback, closedPort);
-        EXPECT_EQ(failure([&] { io::Socket socket(connector); }), text(closedPort, 10036));
-        awaitAttempt(connector);
-        EXPECT_EQ(failure([&] { io::Socket socket(connector); }), text(closedPort, 10061));
-    }
-    {
-        const Listener listener;
-        {
-            const io::SocketConnector abandoned(loopback, listener.port);
+        io::SocketConnector refused(loopback, refusing.port());
+        for (const std::uint32_t code : {10036u, 10061u}) {  // under way, over
+            EXPECT_EQ(thrown([&] { io::Socket socket(refused); }),
+                      "Error connecting to 127.0.0.1:" + std::to_string(refusing.port()) + ": " +
+                          systemErrorText(code));
+            refused.waitReady();
         }
+        // Given up while it runs, and while it stands in a selector.
         io::Selector<int> selector;
-        std::vector<std::unique_ptr<io::SocketConnector>> connectors;
-        for (int i = 0; i < 50; ++i) {
-            connectors.push_back(std::make_unique<io::SocketConnector>(loopback, listener.port));
-            selector.add(connectors.back().get(), i);
-        }
-        // Half of them are given up while they stand in the selector.
-        for (std::size_t i = 0; i < 50; i += 2)
-            connectors[i].reset();
-        for (int left = 25; left > 0; --left) {
-            const int number = selector.poll().second;
-            EXPECT_EQ(number % 2, 1);
-            auto& connector = *connectors[static_cast<std::size_t>(number)];
-            const io::Socket socket(connector);
-            EXPECT_EQ(connector.takeSocket(), platform::SocketHandle::invalid);
-            connectors[static_cast<std::size_t>(number)].reset();
-        }
+        auto abandoned = std::make_unique<io::SocketConnector>(loopback, silent.port());
+        io::SocketConnector connector(loopback, server.port());
+        selector.add(abandoned.get(), 1);
+        selector.add(&connector, 2);
+        abandoned.reset();
+        EXPECT_EQ(selector.poll().second, 2);
+        const io::Socket socket(connector);
+        EXPECT_EQ(connector.takeSocket(), platform::SocketHandle::invalid);
     }
+    server.waitForClosed();
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST(Scale, IdleStreamsAndTimersCostNoSystemCalls)
+void dies(const std::string& text, const std::function<void()>& action)
 {
-    const PipeEnds shared;  // all the idle streams read from duplicates of it
-    const PipeEnds ends;
-    const std::size_t idle = std::min<std::uint64_t>(10000, platform::raiseDescriptorLimit() - 200);
-    io::PipeIStream in("in", ends.reader());
-    std::vector<std::unique_ptr<io::PipeIStream>> streams;
-    std::vector<io::Timer> timers(idle);
+    EXPECT_EXIT(action(), testing::KilledBySignal(SIGABRT),
+                testing::Eq("Assertion failed: " + text + "\n"));
+}
+
+TEST(Assertions, StopTheProcess)
+{
     io::Selector<int> selector;
-    selector.add(&in, 1);
-    const auto cost = [&] {
-        const auto before = platform::systemCallCounts();
-        for (int i = 0; i < 100; ++i) {
-            EXPECT_EQ(write(ends.ends[1], "x", 1), 1);
-            EXPECT_EQ(selector.poll().second, 1);
-            EXPECT_EQ(take(in), "x");
-        }
-        const auto after = platform::systemCallCounts();
-        return std::pair(after.waits - before.waits, after.transfers - before.transfers);
-    };
-    cost();
-    const auto alone = cost();
-    for (std::size_t i = 0; i < idle; ++i) {
-        streams.push_back(std::make_unique<io::PipeIStream>(
-            "idle", platform::adoptDescriptor(dup(shared.ends[0]))));
-        timers[i].when = Time::now() + Time(3600, 0);
-        selector.add(streams.back().get(), 2);
-        selector.add(&timers[i], 3);
-    }
-    // The first hand-out starts all the reads.
-    EXPECT_EQ(write(ends.ends[1], "x", 1), 1);
-    EXPECT_EQ(selector.poll().second, 1);
-    EXPECT_EQ(take(in), "x");
-    io::OsSelector::shadowScan = false;  // it would take its time, though not system calls
-    EXPECT_EQ(cost(), alone);
-    for (int fd : {shared.ends[0], shared.ends[1], ends.ends[1]})
-        close(fd);
+    fakes::Foreign f;
+    fakes::Back back;
+    Pipe pipe;
+    io::Socket_Stream_Base base{"peer", platform::SocketHandle::invalid};
+    io::Socket_IStream socketIn(&base);
+    io::Socket_OStream socketOut(&base);
+    selector.add(&back.front, 1);
+    dies("The Selectable to remove: f was not found in internal list",
+         [&] { selector.remove(&f); });
+    selector.add(&f, 1);
+    dies("Added selectable f twice", [&] { selector.add(&f, 1); });
+    dies("f added twice to Selector", [&] { back.watchUnderlying(&f, true); });
+    selector.remove(&f);
+    back.watchUnderlying(&f, true);
+    f.ready = back.fails = true;
+    dies("[front]::underlyingIsReady(f): no", [&] { selector.poll(); });
+    dies("Overcommit in PipeIStream 2 is 2 bytes past end of buffer",
+         [&] { pipe.in.readCommit(2); });
+    dies("Overcommit in PipeOStream 18446744073709551615 is 18446744073709547519 bytes "
+         "past end of buffer",
+         [&] { pipe.out.writeCommit(~std::uint64_t{0}); });
+    dies("Overcommit in Socket_IStream", [&] { socketIn.readCommit(1); });
+    dies("Overcommit in Socket_OStream", [&] { socketOut.writeCommit(4097); });
+    pipe.in.close();
+    dies("Double close on PipeIStream", [&] { pipe.in.close(); });
 }
 
 }  // namespace

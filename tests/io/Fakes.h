@@ -1,135 +1,92 @@
-// Selectables that tests steer: foreign ones that count their calls, managed ones, and backs.
+// Selectables that tests steer, and how tests take bytes from streams and put them in.
 #pragma once
 
-#include "io/Selectable.h"
+#include "common/errors.h"
 #include "io/Selector.h"
-#include "platform/Overlapped.h"
+#include "io/Stream.h"
 
+#include <algorithm>
+#include <functional>
+#include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace fakes {
 
-// A foreign selectable. It notes its calls in `trace`, if there is one.
+// A foreign selectable. It notes its calls by their first letters.
 class Foreign : public io::Selectable {
 public:
-    explicit Foreign(std::string label = "foreign") : text(std::move(label)) {}
-
-    std::string name() const override { return text; }
+    std::string name() const override { return "f"; }
     platform::Handle osHandle() override { return handle; }
     bool isReady() override
     {
-        note("isReady");
-        ++readyCalls;
+        calls += 'r';
         return ready;
     }
-    bool handleSignalled() override { return keepsWaiting; }
-    void issueOverlapped() override { note("issueOverlapped"); }
+    void issueOverlapped() override { calls += 'i'; }
     bool wakeTime(Time* out) override
     {
-        note("wakeTime");
-        if (hasDeadline)
-            *out = deadline;
-        return hasDeadline;
+        calls += 'w';
+        *out = deadline.value_or(*out);
+        return deadline.has_value();
     }
 
     bool ready = false;
-    bool hasDeadline = false;
-    bool keepsWaiting = false;
-    Time deadline;
+    std::optional<Time> deadline;
     platform::Handle handle = platform::Handle::none;
-    std::vector<std::string>* trace = nullptr;
-    unsigned readyCalls = 0;
-
-private:
-    void note(const char* call)
-    {
-        if (trace)
-            trace->push_back(text + "." + call);
-    }
-
-    std::string text;
-};
-
-// A managed selectable that reads into nowhere: an operation is started when it is wanted.
-class Managed : public io::Selectable {
-public:
-    std::string name() const override { return "managed"; }
-    bool isReady() override
-    {
-        ++readyCalls;
-        return ready;
-    }
-    void issueOverlapped() override
-    {
-        if (!wanted || underWay)
-            return;
-        wanted = false;
-        underWay = true;
-        overlapped.event = this;
-        platform::readFileEx(platform::Handle{number}, &byte, 1, &overlapped, completed);
-    }
-    void set(bool isReady)
-    {
-        ready = isReady;
-        changed();
-    }
-    void want()
-    {
-        wanted = true;
-        changed();
-    }
-    static void completed(std::uint32_t, std::uint32_t, platform::Overlapped* overlapped)
-    {
-        auto* const self = static_cast<Managed*>(overlapped->event);
-        self->underWay = false;
-        self->set(true);
-    }
-
-    bool ready = false;
-    bool wanted = false;
-    bool underWay = false;
-    std::uint64_t number = 0;
-    unsigned readyCalls = 0;
-
-private:
-    char byte = 0;
-    platform::Overlapped overlapped;
+    std::string calls;
 };
 
 class Front : public io::StackedSelectableFront {
 public:
-    explicit Front(io::StackedSelectableBack* owner, std::string label = "front")
-        : StackedSelectableFront(owner), text(std::move(label))
-    {}
-    std::string name() const override { return text; }
+    using StackedSelectableFront::StackedSelectableFront;
+    std::string name() const override { return "front"; }
     void set(bool isReady) { ready = isReady; }
-
-private:
-    std::string text;
 };
 
 // A back with one front, which gets ready when what is beneath does.
 class Back : public io::StackedSelectableBack {
 public:
-    explicit Back(std::string label = "front") : front(this, std::move(label)) {}
-
     void underlyingIsReady(io::Selectable* u) override
     {
+        if (fails)
+            throw error::EFatal("no");
         watchUnderlying(u, false);
         front.set(true);
     }
-    void watch(io::Selectable* u) { watchUnderlying(u, true); }
-    void unwatch(io::Selectable* u) { watchUnderlying(u, false); }
-    // What was to be taken has been taken.
-    void served(io::Selectable* u)
-    {
-        front.set(false);
-        watchUnderlying(u, true);
-    }
+    using StackedSelectableBack::watchUnderlying;
 
-    Front front;
+    bool fails = false;
+    Front front{this};
 };
+
+inline std::string take(io::IStream& stream)
+{
+    char* data = nullptr;
+    const std::uint64_t count = stream.readBegin(&data);
+    std::string taken(data, count);
+    stream.readCommit(count);
+    return taken;
+}
+
+// Puts in as much as there is room for, and says how much that was.
+inline std::uint64_t put(io::OStream& stream, const std::string& bytes)
+{
+    char* space = nullptr;
+    const std::uint64_t count = std::min<std::uint64_t>(stream.writeBegin(&space), bytes.size());
+    std::copy_n(bytes.data(), count, space);
+    stream.writeCommit(count);
+    return count;
+}
+
+// The text of what the operation throws.
+inline std::string thrown(const std::function<void()>& operation)
+{
+    try {
+        operation();
+    } catch (const error::Exception& e) {
+        return e.text();
+    }
+    return "";
+}
 
 }  // namespace fakes

@@ -1,9 +1,6 @@
-// The selectors on a scripted platform: what is asked in which order, how long a wait is, and
-// who is handed out.
-#include "io/Selector.h"
-
-#include "common/errors.h"
-#include "io/Stream.h"
+// Selectors and pipe streams on a scripted platform: what is asked, how long a wait is, who is
+// handed out, and writes that end in parts.
+#include "io/Pipe.h"
 #include "io/Timer.h"
 #include "tests/io/Fakes.h"
 #include "tests/io/ScriptedPlatform.h"
@@ -11,566 +8,402 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
+#include <list>
+#include <map>
 #include <memory>
-#include <set>
-#include <stdexcept>
+#include <random>
+#include <utility>
 
 namespace {
 
 using fakes::Back;
 using fakes::Foreign;
-using fakes::Front;
-using fakes::Managed;
+using fakes::put;
+using fakes::take;
 using io::Selectable;
 using platform::Handle;
 using scripted::state;
 
-const bool registered = (io::registerManagedClass(typeid(Managed)), true);
+// The random test: all that can happen to members, on the selector and on a model that scans all
+// members in each pass. Both must hand out the same members, and start the same operations in the
+// same order.
+
+class FullScan {
+public:
+    struct Storey {
+        Selectable* below = nullptr;
+        bool watches = false;
+    };
+    std::map<Selectable*, Selectable*> avail;  // to the front above, null for a user's
+    std::map<Selectable*, Storey> fronts;
+    std::set<Selectable*> ready;  // read at the start of a poll
+    std::deque<void*> reads;      // the streams whose reads are under way
+    int arrivals = 0;
+
+    void add(Selectable* s, Selectable* above)
+    {
+        avail[s] = above;
+        if (s->isReady() && fronts.contains(s))
+            readyList.push_back(s);
+        else if (s->isReady())
+            osReady.insert(s);
+        if (fronts.contains(s) && fronts[s].watches)
+            add(fronts[s].below, s);
+    }
+
+    void remove(Selectable* s)
+    {
+        avail.erase(s);
+        readyList.remove(s);
+        osReady.erase(s);
+        if (fronts.contains(s) && fronts[s].watches)
+            remove(fronts[s].below);
+    }
+
+    void watch(Selectable* front, bool on)
+    {
+        Storey& storey = fronts[front];
+        if (std::exchange(storey.watches, on) != on && avail.contains(front))
+            on ? add(storey.below, front) : remove(storey.below);
+    }
+
+    // Null where it would wait.
+    Selectable* poll()
+    {
+        for (;;) {
+            while (!readyList.empty()) {
+                Selectable* const s = readyList.front();
+                readyList.pop_front();
+                if (!avail.at(s) && ready.contains(s))
+                    return s;
+            }
+            const std::set<Selectable*> active = ready;
+            for (const auto& [front, storey] : fronts)
+                if (avail.contains(front) && active.contains(front))
+                    processReady(front);
+            if (!readyList.empty())
+                continue;
+            Selectable* const s = wait();
+            if (!s)
+                return nullptr;
+            processReady(s);
+        }
+    }
+
+private:
+    void processReady(Selectable* s)
+    {
+        Selectable* const front = avail.at(s);
+        if (!front) {
+            readyList.push_back(s);
+            return;
+        }
+        watch(front, false);
+        ready.insert(front);
+        if (avail.contains(front))
+            processReady(front);
+    }
+
+    Selectable* wait()
+    {
+        for (;;) {
+            while (!osReady.empty()) {
+                Selectable* const s = *osReady.begin();
+                osReady.erase(s);
+                Time time;
+                if (ready.contains(s) && !s->wakeTime(&time))
+                    return s;
+            }
+            Time best = Time::infinity;
+            Selectable* owner = nullptr;
+            for (const auto& [s, above] : avail) {
+                Time time;
+                const bool timed = s->wakeTime(&time);
+                if (timed && time < best) {
+                    best = time;
+                    owner = s;
+                }
+                if (!timed && ready.contains(s) && !fronts.contains(s))
+                    osReady.insert(s);
+                void* const stream = dynamic_cast<io::PipeIStream*>(s);
+                if (stream && !ready.contains(s) && std::ranges::count(reads, stream) == 0)
+                    reads.push_back(stream);
+            }
+            if (!osReady.empty())
+                continue;
+            const bool due = best <= state.now;
+            if (!reads.empty() && arrivals-- > 0) {
+                ready.insert(static_cast<io::PipeIStream*>(reads.front()));
+                reads.pop_front();
+                completions = due ? completions + 1 : 0;
+                if (completions < 16)
+                    continue;
+            }
+            completions = 0;
+            if (!due || ready.contains(owner))
+                return due ? owner : nullptr;
+        }
+    }
+
+    std::set<Selectable*> osReady;
+    std::list<Selectable*> readyList;
+    int completions = 0;
+};
+
+class Twins {
+public:
+    explicit Twins(unsigned seed) : random(seed)
+    {
+        state = {};
+        for (Group& group : groups) {
+            all.insert(all.end(), {&group.foreign, &group.stream, &group.timer, &group.back.front});
+            model.fronts[&group.back.front] = {};
+        }
+        for (std::size_t i = 0; i < beneath.size(); ++i)
+            serve(i);
+    }
+
+    void step()
+    {
+        Group& group = groups[below(groups.size())];
+        if (chance(3))
+            toggleMembership(all[below(all.size())]);
+        if (chance(6)) {
+            group.foreign.ready = chance(2);
+            group.foreign.deadline.reset();
+            if (group.foreign.ready && chance(3))
+                group.foreign.deadline = state.now;  // whoever has one is ready when it is due
+        }
+        if (chance(3) && group.stream.isReady())
+            group.stream.readCommit(1);
+        if (chance(4))
+            state.arrivals = static_cast<int>(below(4));
+        if (chance(6))
+            group.timer.when = chance(4) ? Time::infinity : state.now + seconds(3);
+        if (chance(8))
+            state.now += seconds(2);
+        if (chance(6))
+            groups[4 + below(2)].back.front.set(chance(2));
+        if (chance(4))
+            serve(below(beneath.size()));
+        poll();
+    }
+
+private:
+    struct Group {
+        Foreign foreign;
+        io::PipeIStream stream{"s", Handle{5}};
+        io::Timer timer;
+        Back back;
+    };
+
+    std::size_t below(std::size_t limit) { return random() % limit; }
+    bool chance(std::size_t of) { return below(of) == 0; }
+    Time seconds(std::size_t limit) { return {static_cast<std::int32_t>(below(limit)), 0}; }
+
+    void toggleMembership(Selectable* s)
+    {
+        if (std::ranges::count(beneath, s) != 0)
+            return;
+        if (model.avail.contains(s)) {
+            selector.remove(s);
+            model.remove(s);
+        } else {
+            selector.add(s, 0);
+            model.add(s, nullptr);
+        }
+    }
+
+    // What made the front ready has been taken.
+    void serve(std::size_t number)
+    {
+        Back& back = groups[number].back;
+        back.front.set(false);
+        back.watchUnderlying(beneath[number], true);
+        model.fronts[&back.front].below = beneath[number];
+        model.watch(&back.front, true);
+    }
+
+    void poll()
+    {
+        model.ready.clear();
+        for (Selectable* s : all)
+            if (s->isReady())
+                model.ready.insert(s);
+        model.arrivals = state.arrivals;
+        Selectable* const expected = model.poll();
+        Selectable* handedOut = nullptr;
+        const std::string text = fakes::thrown([&] { handedOut = selector.pollImpl(true); });
+        EXPECT_EQ(handedOut, expected);
+        EXPECT_EQ(text, expected ? "" : "Selectable <unknown> not ready");
+        EXPECT_TRUE(std::ranges::equal(state.operations, model.reads, {},
+                                       [](const auto& o) { return o.overlapped->event; }));
+    }
+
+    std::mt19937 random;
+    std::array<Group, 6> groups;
+    std::vector<Selectable*> all;
+    // What the first backs watch, never added by itself: two storeys on the first stream, one on
+    // the second and one on a timer.
+    std::array<Selectable*, 4> beneath{&groups[0].stream, &groups[0].back.front, &groups[1].stream,
+                                       &groups[0].timer};
+    FullScan model;
+    io::Selector<int> selector;
+};
+
+TEST(SelectorModel, HandsOutTheSameAsAFullScan)
+{
+    for (unsigned seed = 1; seed <= 60; ++seed) {
+        Twins twins(seed);
+        for (int step = 0; step < 1000; ++step) {
+            twins.step();
+            ASSERT_FALSE(testing::Test::HasFailure()) << "seed " << seed << ", step " << step;
+        }
+    }
+}
 
 class SelectorTest : public testing::Test {
 protected:
-    SelectorTest()
-    {
-        scripted::reset();
-        state.wait = [this](const auto&, std::uint32_t timeoutMs) {
-            timeouts.push_back(timeoutMs);
-            return answer();
-        };
-    }
+    SelectorTest() { state = {}; }
 
-    // The next wait's result: what is queued; without that, the oldest operation ends.
-    std::uint32_t answer()
-    {
-        if (!results.empty()) {
-            const std::uint32_t result = results.front();
-            results.pop_front();
-            return result;
-        }
-        if (state.operations.empty())
-            throw std::logic_error("a wait without end");
-        scripted::complete(0, 1);
-        return platform::WAIT_IO_COMPLETION;
-    }
-
-    std::vector<std::uint32_t> timeouts;
-    std::deque<std::uint32_t> results;
+    io::Selector<int> selector;
+    io::Timer timer;
+    io::PipeIStream stream{"s", Handle{5}};
 };
 
 TEST_F(SelectorTest, AsksAForeignSelectableOnceBeforeEachWait)
 {
-    std::vector<std::string> trace;
-    Foreign foreign("f");
-    foreign.trace = &trace;
-    io::Selector<int> selector;
-    state.wait = [&](const auto&, std::uint32_t) {
-        trace.push_back("wait");
-        foreign.ready = state.waits == 3;
-        return platform::WAIT_IO_COMPLETION;
-    };
+    Foreign foreign;
     selector.add(&foreign, 4);
-    EXPECT_THAT(trace, testing::ElementsAre("f.isReady"));
-    trace.clear();
-    EXPECT_EQ(selector.poll(), std::pair(static_cast<Selectable*>(&foreign), 4));
-    const std::vector<std::string> pass = {"f.wakeTime", "f.issueOverlapped", "f.isReady"};
-    std::vector<std::string> expected;
-    for (int i = 0; i < 4; ++i) {
-        expected.insert(expected.end(), pass.begin(), pass.end());
-        if (i < 3)
-            expected.emplace_back("wait");
-    }
-    // Taken out of os_ready, and out of ready_list.
-    for (const char* call : {"f.isReady", "f.wakeTime", "f.isReady"})
-        expected.emplace_back(call);
-    EXPECT_EQ(trace, expected);
-}
-
-TEST_F(SelectorTest, RoundsTheTimeOutUp)
-{
-    const struct {
-        Time left;
-        std::uint32_t timeoutMs;
-    } cases[] = {
-        {{0, 1}, 1},
-        {{0, 1000}, 1},
-        {{0, 1001}, 2},
-        {{0, 999001}, 1000},
-        {{1, 500000}, 1500},
-        {{0, 0}, 0},
-        {{-1, 999999}, 0},
-        {{-500, 0}, 0},
-        {{100000, 0}, 100000000},
-        {{4294967, 294500}, 0xFFFFFFFE},
-        {{4294968, 0}, 704},
-    };
-    for (const auto& one : cases) {
-        for (const bool byTimer : {true, false}) {
-            scripted::state.now = Time(1000, 0);
-            SCOPED_TRACE(one.left.toString());
-            io::Timer timer;
-            Foreign foreign;
-            io::Selector<int> selector;
-            timer.when = state.now + one.left;
-            foreign.deadline = timer.when;
-            foreign.hasDeadline = true;
-            selector.add(byTimer ? static_cast<Selectable*>(&timer) : &foreign, 0);
-            foreign.ready = true;
-            timeouts.clear();
-            results = {platform::WAIT_TIMEOUT};
-            state.wait = [&](const auto&, std::uint32_t timeoutMs) {
-                timeouts.push_back(timeoutMs);
-                if (state.now < timer.when.get())
-                    state.now = timer.when;
-                return answer();
-            };
-            selector.poll();
-            EXPECT_THAT(timeouts, testing::ElementsAre(one.timeoutMs));
-        }
-    }
-}
-
-TEST_F(SelectorTest, HandsADeadlineOutOnlyByATimeOut)
-{
-    io::Timer never;
-    io::Timer timer;
-    Managed managed;
-    io::Selector<int> selector;
-    timer.when = state.now;
-    managed.want();
-    for (Selectable* s : {static_cast<Selectable*>(&never), static_cast<Selectable*>(&timer),
-                          static_cast<Selectable*>(&managed)})
-        selector.add(s, 0);
-    // The completion comes first, although the timer is due and was marked ready when added.
-    EXPECT_EQ(selector.poll().first, &managed);
-    EXPECT_THAT(timeouts, testing::ElementsAre(0));
-    managed.set(false);
-
-    // A wait that ends early is repeated.
-    timer.when = state.now + Time(0, 1500);
-    results = {platform::WAIT_TIMEOUT, platform::WAIT_TIMEOUT};
-    timeouts.clear();
-    state.wait = [&](const auto&, std::uint32_t timeoutMs) {
-        timeouts.push_back(timeoutMs);
-        state.now += timeouts.size() == 1 ? Time(0, 1400) : Time(0, 1000);
-        return answer();
-    };
-    EXPECT_EQ(selector.poll().first, &timer);
-    EXPECT_THAT(timeouts, testing::ElementsAre(2, 1));
-
-    // Without a deadline there is no limit.
-    selector.remove(&timer);
-    timeouts.clear();
-    managed.want();
-    EXPECT_EQ(selector.poll().first, &managed);
-    EXPECT_THAT(timeouts, testing::ElementsAre(platform::INFINITE));
-}
-
-TEST_F(SelectorTest, ABackHearsOfItsTimerNotBeforeTheDeadline)
-{
-    io::Timer timer;
-    Back back;
-    back.watch(&timer);
-    io::Selector<int> selector;
-    selector.add(&back.front, 1);
-    timer.when = state.now + Time(0, 500);
-    state.wait = [&](const auto&, std::uint32_t) {
-        EXPECT_FALSE(back.front.isReady());
-        state.now += Time(0, 400);
-        return platform::WAIT_TIMEOUT;
-    };
-    EXPECT_EQ(selector.poll().second, 1);
-    EXPECT_EQ(state.waits, 2u);
-}
-
-TEST_F(SelectorTest, EqualDeadlinesGoByAddressAndDeadlinesFollowAssignment)
-{
-    std::array<io::Timer, 3> timers;
-    io::Selector<int> first;
-    io::Selector<int> second;
-    const auto next = [&](io::Selector<int>& selector) {
-        results = {platform::WAIT_TIMEOUT};
-        return selector.poll().first;
-    };
-    for (auto* selector : {&first, &second})
-        for (int i = 2; i >= 0; --i)
-            selector->add(&timers[static_cast<unsigned>(i)], i);
-    for (io::Timer& timer : timers)
-        timer.when = state.now;
-    for (auto* selector : {&first, &second})
-        EXPECT_EQ(next(*selector), &timers[0]);
-    first.remove(&timers[0]);
-    EXPECT_EQ(next(first), &timers[1]);
-    EXPECT_EQ(next(second), &timers[0]);
-
-    timers[2].when = Time(1, 0);
-    for (auto* selector : {&first, &second})
-        EXPECT_EQ(next(*selector), &timers[2]);
-    timers[2].when = Time::infinity;
-    EXPECT_EQ(next(first), &timers[1]);
-
-    // A foreign deadline stands in the same order as the timers.
-    std::array<Foreign, 2> foreign;
-    for (Foreign& one : foreign) {
-        one.ready = one.hasDeadline = true;
-        one.deadline = state.now;
-        first.add(&one, 7);
-    }
-    const std::set<Selectable*> due = {&timers[1], &foreign[0], &foreign[1]};
-    EXPECT_EQ(next(first), *due.begin());
-    io::Selector<int> third;
-    for (Foreign& one : foreign)
-        third.add(&one, 7);
-    EXPECT_EQ(next(third), &foreign[0]);
-    foreign[1].deadline = Time(0, 1);
-    EXPECT_EQ(next(first), &foreign[1]);
+    selector.add(&timer, 5);
+    timer.when = state.now + Time(0, 1001);
+    stream.issueOverlapped();  // outside the selector: its end only ends a wait
+    state.arrivals = 1;
+    EXPECT_EQ(selector.poll().second, 5);
+    EXPECT_THAT(state.timeouts, testing::ElementsAre(2, 2));
+    EXPECT_EQ(foreign.calls, "r"
+                             "wir"
+                             "wir");
+    foreign.ready = true;
+    foreign.calls.clear();
+    EXPECT_EQ(selector.poll().second, 4);
+    EXPECT_EQ(foreign.calls, "wir"
+                             "rw"
+                             "r");  // then out of both lists of ready ones
+    EXPECT_EQ(state.timeouts.size(), 2u);
 }
 
 TEST_F(SelectorTest, ADueTimerWaitsForSixteenCompletionsAtMost)
 {
-    io::Timer timer;
-    Managed flood;
-    io::Selector<int> selector;
     selector.add(&timer, 0);
-    selector.add(&flood, 0);
+    selector.add(&stream, 1);
     timer.when = state.now;
+    state.arrivals = 1000;
     for (int round = 0; round < 3; ++round) {
         int completions = 0;
-        for (;; ++completions) {
-            flood.set(false);
-            flood.want();
-            ASSERT_LE(completions, 16);
-            if (selector.poll().first == &timer)
-                break;
-        }
+        for (; completions < 20 && selector.poll().second == 1; ++completions)
+            take(stream);
         EXPECT_EQ(completions, 15);  // the sixteenth runs in the wait that reports the deadline
+        take(stream);
     }
-}
-
-TEST_F(SelectorTest, NonBlockingThrowsWhereItWouldWait)
-{
-    io::Timer timer;
-    Foreign ready;
-    io::BareSelector selector;
-    const auto expectNotReady = [&] {
-        results = {platform::WAIT_TIMEOUT};
-        try {
-            selector.pollImpl(true);
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const io::ENotReady& e) {
-            EXPECT_EQ(e.text(), "Selectable <unknown> not ready");
-        }
-    };
-    expectNotReady();
-    selector.add(&timer, nullptr);
-    expectNotReady();
-    timer.when = state.now + Time(5, 0);
-    expectNotReady();
-    EXPECT_THAT(timeouts, testing::Each(0));
-    timer.when = state.now;
-    results = {platform::WAIT_TIMEOUT};
-    EXPECT_EQ(selector.pollImpl(true), &timer);
-    ready.ready = true;
-    selector.add(&ready, nullptr);
-    EXPECT_EQ(selector.pollImpl(true), &ready);
 }
 
 TEST_F(SelectorTest, HandlesNameTheirOwners)
 {
     // More than 258 handles: two of their places have the numbers of other results.
-    std::vector<std::unique_ptr<Foreign>> owners;
-    std::set<std::uint64_t>& signalled = state.signalled;
-    io::Selector<int> selector;
-    for (int i = 0; i < 300; ++i) {
-        owners.push_back(std::make_unique<Foreign>());
-        owners.back()->handle = Handle{1000u + static_cast<unsigned>(i)};
-        selector.add(owners.back().get(), i);
+    std::array<Foreign, 300> owners;
+    for (unsigned i = 0; i < owners.size(); ++i) {
+        owners[i].handle = Handle{1000 + i};
+        selector.add(&owners[i], static_cast<int>(i));
     }
-    state.wait = [&](const std::vector<Handle>& handles, std::uint32_t) -> std::uint32_t {
-        for (std::size_t i = 0; i < handles.size(); ++i)
-            if (signalled.count(static_cast<std::uint64_t>(handles[i])) != 0)
-                return static_cast<std::uint32_t>(i);
-        return answer();
-    };
     // The last one moves to the place of the one that goes.
-    selector.remove(owners[7].get());
-    selector.remove(owners[298].get());
-    const struct {
-        unsigned number;
-        unsigned lower;  // also signalled, but not waited for any more
-    } cases[] = {{192, 7}, {258, 298}, {299, 7}, {0, 298}, {297, 7}};
-    for (const auto& one : cases) {
-        signalled = {1000u + one.number, 1000u + one.lower};
-        EXPECT_EQ(selector.poll().second, static_cast<int>(one.number));
+    selector.remove(&owners[7]);
+    selector.remove(&owners[298]);
+    for (const unsigned number : {192u, 258u, 299u, 0u, 297u}) {
+        state.signalled = {Handle{1000 + number}, Handle{1007}, Handle{1298}};
+        EXPECT_EQ(selector.poll().second, static_cast<int>(number));
     }
-    // The same numbers as results of their own.
-    signalled.clear();
-    io::Timer timer;
-    timer.when = state.now;
+    // The same numbers as results of their own: 192, then 258.
+    state.signalled.clear();
+    stream.issueOverlapped();
+    state.arrivals = 1;
     selector.add(&timer, -1);
-    results = {platform::WAIT_IO_COMPLETION, platform::WAIT_TIMEOUT};
-    EXPECT_EQ(selector.poll().second, -1);
-    selector.remove(&timer);
-
-    // One that keeps waiting is not handed out.
-    owners[3]->keepsWaiting = true;
-    signalled = {1003};
-    state.wait = [&, wait = state.wait](const std::vector<Handle>& handles, std::uint32_t limit) {
-        const std::uint32_t result = wait(handles, limit);
-        signalled = {1005};
-        return result;
-    };
-    EXPECT_EQ(selector.poll().second, 5);
-}
-
-TEST_F(SelectorTest, HandsOutQueuedOnesThenFrontsThenTheRest)
-{
-    Foreign stream;
-    std::array<Foreign, 2> plain;
-    std::array<Back, 2> backs;
-    io::Selector<int> selector;
-    plain[0].ready = plain[1].ready = true;
-    selector.add(&plain[1], 1);
-    selector.add(&plain[0], 0);
-    for (Back& back : backs) {
-        selector.add(&back.front, 10);
-        back.front.set(true);
-    }
-    // One ready when it is added is queued at once, before the fronts that became so later.
-    Back queued;
-    queued.front.set(true);
-    selector.add(&queued.front, 20);
-    EXPECT_EQ(selector.poll().first, &queued.front);
-    queued.front.set(false);
-    // A front that stays ready comes again and again, and nothing else gets its turn.
-    for (int i = 0; i < 3; ++i)
-        for (Back& back : backs)
-            EXPECT_EQ(selector.poll().first, &back.front);
-    backs[0].front.set(false);
-    EXPECT_EQ(selector.poll().first, &backs[1].front);
-    backs[1].front.set(false);
-    EXPECT_EQ(selector.poll().second, 0);
-    EXPECT_EQ(selector.poll().second, 1);
-    // Queued, then removed: not handed out.
-    backs[0].front.set(true);
-    backs[1].front.set(true);
-    EXPECT_EQ(selector.poll().first, &backs[0].front);
-    selector.remove(&backs[1].front);
-    backs[0].front.set(false);
-    EXPECT_EQ(selector.poll().second, 0);
-    EXPECT_EQ(state.waits, 0u);
-}
-
-TEST_F(SelectorTest, ReadinessClimbsAStackOfAnyHeight)
-{
-    constexpr std::size_t height = 6;
-    std::array<Managed, 2> streams;
-    std::vector<std::unique_ptr<Back>> storeys;
-    for (std::size_t i = 0; i < height; ++i) {
-        storeys.push_back(std::make_unique<Back>("storey " + std::to_string(i)));
-        storeys[i]->watch(i == 0 ? static_cast<Selectable*>(&streams[0]) : &storeys[i - 1]->front);
-    }
-    Back& top = *storeys.back();
-    io::Selector<int> selector;
-    io::Selector<int> other;
-    selector.add(&top.front, 1);
-    other.add(&top.front, 2);
-    for (int round = 0; round < 2; ++round) {
-        streams[0].set(false);
-        streams[0].want();
-        auto& polled = round == 0 ? selector : other;
-        EXPECT_EQ(polled.poll(), std::pair(static_cast<Selectable*>(&top.front), round + 1));
-        streams[0].set(false);
-        for (std::size_t i = 0; i < height; ++i)
-            storeys[i]->served(i == 0 ? static_cast<Selectable*>(&streams[0])
-                                      : &storeys[i - 1]->front);
-    }
-    // Two streams beneath the lowest: the second is watched in both selectors, then in none.
-    storeys[0]->watch(&streams[1]);
-    streams[1].set(true);
-    EXPECT_EQ(other.poll().second, 2);
-    storeys[0]->unwatch(&streams[1]);
-    // The top goes: the storeys beneath leave the selectors with it.
-    storeys.pop_back();
-    Managed rest;
-    rest.set(true);
-    streams[0].set(true);
-    selector.add(&rest, 3);
-    EXPECT_EQ(selector.poll().second, 3);
-}
-
-TEST_F(SelectorTest, OnlyReadyFrontsOfTheSelectorClimb)
-{
-    Managed stream;
-    Back lower;
-    lower.watch(&stream);
-    Front elsewhere(&lower);  // ready, but not registered
-    Front idle(&lower);       // registered by another back, and not ready
-    Back upper;
-    elsewhere.set(true);
-    upper.watch(&idle);
-    io::Selector<int> selector;
-    selector.add(&lower.front, 1);
-    selector.add(&upper.front, 2);
-    stream.set(true);
-    EXPECT_EQ(selector.poll().second, 1);
-    EXPECT_FALSE(upper.front.isReady());
-}
-
-TEST_F(SelectorTest, WhoDiesRegisteredLeavesAllThatKnowsIt)
-{
-    io::Selector<int> selector;
-    auto shortLived = std::make_unique<io::Selector<int>>();
-    auto plain = std::make_unique<Foreign>();
-    auto timer = std::make_unique<io::Timer>();
-    auto stream = std::make_unique<Managed>();
-    auto back = std::make_unique<Back>();
-    auto extra = std::make_unique<Front>(back.get());
-    timer->when = state.now;
-    plain->ready = true;
-    stream->set(true);
-    back->watch(stream.get());
-    for (auto* one : {&selector, shortLived.get()}) {
-        one->add(plain.get(), 1);
-        one->add(timer.get(), 2);
-        one->add(&back->front, 3);
-        one->add(extra.get(), 4);
-    }
-    plain.reset();
-    timer.reset();
-    extra.reset();
-    stream.reset();  // while the back watches it
-    Managed another;
-    back->watch(&another);
-    shortLived.reset();
-    another.set(true);
-    EXPECT_EQ(selector.poll().second, 3);
-    Front orphan(back.get());
-    back.reset();
-    Foreign last;
-    last.ready = true;
-    selector.add(&last, 5);
-    EXPECT_EQ(selector.poll().second, 5);
-    EXPECT_FALSE(orphan.isReady());
-    // No deadline is left, either.
-    last.ready = false;
-    another.set(false);
-    another.want();
-    selector.add(&another, 6);
-    EXPECT_EQ(selector.poll().second, 6);
-    EXPECT_THAT(timeouts, testing::ElementsAre(platform::INFINITE));
-}
-
-TEST_F(SelectorTest, ExceptionsPassThroughAndLoseNothing)
-{
-    class Throwing : public Managed {
-    public:
-        void issueOverlapped() override
-        {
-            if (fails)
-                throw error::EFatal("from issueOverlapped");
-        }
-        bool fails = true;
-    };
-    static const bool known = (io::registerManagedClass(typeid(Throwing)), true);
-    Throwing throwing;
-    io::Selector<int> selector;
-    selector.add(&throwing, 1);
-    for (int i = 0; i < 2; ++i)
-        EXPECT_THROW(selector.poll(), error::EFatal);
-    throwing.fails = false;
-    throwing.ready = known;  // without a notice: it must still be looked at
-    EXPECT_EQ(selector.poll().second, 1);
-
-    throwing.set(false);
-    results = {platform::WAIT_FAILED};
-    platform::setLastError(platform::ERROR_INVALID_HANDLE);
-    try {
-        selector.poll();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const error::ESystemError& e) {
-        EXPECT_THAT(e.text(), testing::StartsWith("WaitForMultipleEvents returned error: "));
-    }
-    throwing.set(true);
-    EXPECT_EQ(selector.poll().second, 1);
-}
-
-TEST_F(SelectorTest, WaitReadyAsksTheOsOnlyWhenItMust)
-{
-    Managed stream;
-    Managed other;
-    io::Selector<int> selector;
-    selector.add(&stream, 0);
-    selector.add(&other, 0);
-    stream.set(true);
-    stream.waitReady();
-    EXPECT_EQ(state.waits, 0u);
-    stream.set(false);
-    other.want();
-    stream.want();
-    stream.waitReady();
-    EXPECT_EQ(state.waits, 1u);  // the other one's operation is not started by it
-    EXPECT_EQ(state.started, 1u);
-    EXPECT_TRUE(stream.ready);
-    io::Timer timer;
     timer.when = state.now + Time(1, 0);
-    results = {platform::WAIT_TIMEOUT};
-    state.wait = [&](const auto&, std::uint32_t) {
-        state.now += Time(1, 0);
-        return answer();
-    };
-    timer.waitReady();
-    EXPECT_EQ(state.waits, 2u);
+    EXPECT_EQ(selector.poll().second, -1);
+    EXPECT_TRUE(stream.isReady());
 }
 
-TEST_F(SelectorTest, IdleMembersCostNothingPerPass)
+TEST_F(SelectorTest, StacksServeSeveralSelectorsAndAllDieInAnyOrder)
 {
-    const bool shadowed = std::exchange(io::OsSelector::shadowScan, false);
-    constexpr std::size_t count = 10000;
-    std::vector<Managed> idle(count);
-    std::vector<io::Timer> timers(count);
-    Managed busy;
-    io::Selector<std::size_t> selector;
-    for (std::size_t i = 0; i < count; ++i) {
-        selector.add(&idle[i], i);
-        timers[i].when = state.now + Time(static_cast<std::int32_t>(i) + 60, 0);
-        selector.add(&timers[i], count + i);
+    Back lower;
+    auto upper = std::make_unique<Back>();
+    auto extra = std::make_unique<fakes::Front>(upper.get());
+    auto due = std::make_unique<io::Timer>();
+    auto other = std::make_unique<io::Selector<int>>();
+    due->when = state.now;
+    upper->watchUnderlying(&lower.front, true);
+    for (auto* one : {&selector, other.get()}) {
+        one->add(&upper->front, 1);
+        one->add(extra.get(), 2);
+        one->add(due.get(), 4);
     }
-    selector.add(&busy, 2 * count);
-    const auto calls = [&] {
-        unsigned sum = 0;
-        for (const Managed& one : idle)
-            sum += one.readyCalls;
-        return sum;
-    };
-    const auto turn = [&] {
-        busy.set(false);
-        busy.want();
-        EXPECT_EQ(selector.poll().second, 2 * count);
-    };
-    turn();
-    const unsigned before = calls();
-    for (int i = 0; i < 50; ++i)
-        turn();
-    EXPECT_EQ(calls(), before);
-    idle[4321].set(true);
-    EXPECT_EQ(selector.poll().second, 4321u);
-    EXPECT_LE(calls(), before + 5);
+    due.reset();
+    extra.reset();
+    for (auto* one : {&selector, other.get()}) {
+        auto source = std::make_unique<io::PipeIStream>("s", Handle{6});
+        lower.watchUnderlying(source.get(), true);
+        lower.front.set(false);
+        upper->front.set(false);
+        upper->watchUnderlying(&lower.front, true);
+        state.arrivals = 1;
+        EXPECT_EQ(one->poll().second, 1);
+        lower.watchUnderlying(source.get(), true);  // which dies while it is watched
+    }
+    other.reset();
+    lower.watchUnderlying(&stream, true);
+    upper->watchUnderlying(&lower.front, true);
+    upper.reset();
+    selector.add(&stream, 5);  // which has left with all that stood upon it
+    state.arrivals = 1;
+    EXPECT_EQ(selector.poll().second, 5);
+    EXPECT_EQ(state.timeouts.back(), platform::INFINITE);  // no deadline is left, either
+}
+
+class Idle : public Foreign {};
+
+TEST_F(SelectorTest, IdleMembersCostNoCalls)
+{
+    io::registerManagedClass(typeid(Idle));
+    const bool shadowed = std::exchange(io::OsSelector::shadowScan, false);
+    Idle idle;
+    Foreign busy;
+    selector.add(&busy, 1);
+    selector.add(&idle, 2);
+    busy.ready = true;
+    selector.poll();
+    EXPECT_THAT(std::exchange(idle.calls, ""), testing::EndsWith("wir"));
+    for (int turn = 0; turn < 50; ++turn)
+        EXPECT_EQ(selector.poll().second, 1);
+    EXPECT_EQ(idle.calls, "");
     io::OsSelector::shadowScan = shadowed;
 }
 
-TEST_F(SelectorTest, SubclassesOfManagedClassesArePolled)
+TEST_F(SelectorTest, WritesEndInParts)
 {
-    // It is ready without a notice, as whoever derives a class has no reason to know of notices.
-    class Derived : public Managed {
-    public:
-        bool isReady() override { return state.waits == 1; }
-    };
-    Derived derived;
-    io::Selector<int> selector;
-    results = {platform::WAIT_IO_COMPLETION};
-    selector.add(&derived, 3);
-    EXPECT_EQ(selector.poll().second, 3);
+    io::PipeOStream out("out", Handle{8});
+    put(out, "abc");
+    EXPECT_TRUE(state.operations.empty());  // nothing leaves during a commit
+    EXPECT_FALSE(out.flush());
+    put(out, "de");  // what comes meanwhile joins the batch
+    state.arrivals = 1;
+    EXPECT_FALSE(out.flush());
+    EXPECT_FALSE(out.flush());
+    EXPECT_EQ(std::string(state.operations.at(0).bytes, state.operations.at(0).count), "bcde");
+    state.arrivals = 4;
+    for (int left = 3; left >= 0; --left)
+        EXPECT_EQ(out.flush(), left == 0);
+    EXPECT_EQ(put(out, std::string(5000, 'x')), 4096u);
 }
 
 }  // namespace

@@ -1,235 +1,118 @@
-// Children, interrupts, standard handles, names.
+// Child processes: how they start, end and crash.
 
 #include "platform/Process.h"
 
 #include "Support.h"
 
-#include <csignal>
-#include <fcntl.h>
-
-#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 namespace platform {
 namespace {
 
-// A started child and its end.
-struct Child {
-    Child(const std::string& path, const std::vector<std::string>& arguments)
-    {
-        started = startProcess(path, arguments, &process);
-        code = started ? 0 : getLastError();
-    }
-    ~Child()
-    {
-        if (started && !collected) {
-            killProcess(process.pid);
-            collectExit(process.pid);
-        }
-        for (const Handle handle :
-             {process.exited, process.standardInput, process.standardOutput, process.standardError})
-            closeHandle(handle);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-    ExitStatus end()
-    {
-        WaitList list;
-        list.append(process.exited);
-        EXPECT_EQ(waitForMultipleObjectsEx(list, 20'000), 0u);
-        EXPECT_EQ(waitForMultipleObjectsEx(list, 0), 0u);  // and stays so
-        killProcess(process.pid);                          // or the failed test would hang
-        collected = true;
-        return collectExit(process.pid);
-    }
-
-    ChildProcess process;
-    bool started = false;
-    std::uint32_t code = 0;
-    bool collected = false;
-};
-
-// Runs the probe under a shell, so that its descriptors can be redirected.
-std::string shellProbe(const std::string& argument, const std::string& redirection, bool readError)
+// All that comes until the end of the stream.
+std::string readAll(Handle handle)
 {
-    Child child("/bin/sh", {"-c", "exec \"$0\" " + argument + " " + redirection, PLATFORM_PROBE});
-    EXPECT_TRUE(child.started);
-    return readAll(readError ? child.process.standardError : child.process.standardOutput);
-}
-
-TEST(Processes, EndWithACodeOrASignal)
-{
-    struct Case {
-        const char* script;
-        ExitStatus status;
-    };
-    const Case cases[] = {
-        {"exit 0", {false, 0}},
-        {"exit 7", {false, 7}},
-        {"kill -KILL $$", {true, SIGKILL}},
-        {"kill -SEGV $$", {true, SIGSEGV}},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.script);
-        Child child("/bin/sh", {"-c", row.script});
-        ASSERT_TRUE(child.started);
-        const ExitStatus status = child.end();
-        EXPECT_EQ(status.signalled, row.status.signalled);
-        EXPECT_EQ(status.code, row.status.code);
+    std::string all;
+    for (;;) {
+        const Read read(handle);
+        if (read.end().first != 0)
+            return all;
+        all += read.text();
     }
 }
 
-TEST(Processes, TalkThroughTheirStandardDescriptors)
+// Runs a program to its end. Gives what it wrote to standard output, then to standard error, and
+// how it ended.
+std::string run(const std::string& path, const std::vector<std::string>& arguments)
 {
-    Child child("/bin/sh", {"-c", "cat; echo to error >&2; echo $1-$2", "sh", "one", "two words"});
-    ASSERT_TRUE(child.started);
-    Write write(child.process.standardInput, "from the parent\n");
-    ASSERT_TRUE(waitUntil([&] { return write.ended(); }));
-    closeHandle(child.process.standardInput);
-    EXPECT_EQ(readAll(child.process.standardOutput), "from the parent\none-two words\n");
-    EXPECT_EQ(readAll(child.process.standardError), "to error\n");
-    EXPECT_EQ(child.end().code, 0);
+    ChildProcess child;
+    if (!startProcess(path, arguments, &child))
+        return "error " + std::to_string(getLastError());
+    Write(child.standardInput, "input ").end();
+    closeHandle(child.standardInput);
+    std::string said = readAll(child.standardOutput);
+    said += readAll(child.standardError);
+    WaitList list;
+    list.append(child.exited);
+    for (const std::uint32_t limit : {20'000, 0})
+        EXPECT_EQ(waitForMultipleObjectsEx(list, limit), 0u);
+    killProcess(child.pid);  // or the failed test would hang
+    const ExitStatus status = collectExit(child.pid);
+    EXPECT_EQ(collectExit(child.pid).code, -1);
+    for (const Handle handle : {child.exited, child.standardOutput, child.standardError})
+        closeHandle(handle);
+    return said + (status.signalled ? "signal " : "exit ") + std::to_string(status.code);
 }
 
-TEST(Processes, ReportWhatCannotBeExecuted)
+TEST(Processes, StartTalkAndEnd)
 {
+    // What children must not get: a descriptor that was never marked for closing, and SIGPIPE
+    // ignored.
+    const Pair leaky;
+    const char* const runCopy = "cp $0 \"$1\"; exec \"$1\" $2 \"$1\"";
+    const std::string probe = PLATFORM_PROBE;
+    const std::string copy = testing::TempDir() + "platform_" + std::to_string(getpid());
+    const std::string other = copy + " (deleted)";
     struct Case {
         const char* path;
-        std::uint32_t code;
+        std::vector<std::string> arguments;
+        std::string result;
     };
     const Case cases[] = {
-        {"/nonexistent/program", ERROR_FILE_NOT_FOUND},
-        {"/etc/passwd", ERROR_ACCESS_DENIED},
-        {"/etc/passwd/program", ERROR_PATH_NOT_FOUND},
+        {"/bin/sh", {"-c", "exit 7"}, "exit 7"},
+        {"/bin/sh", {"-c", "kill -KILL $$"}, "signal 9"},
+        {"/bin/sh", {"-c", "cat; echo $0 >&2", "two words"}, "input two words\nexit 0"},
+        {"/nonexistent/program", {}, "error 2"},
+        {"/etc/passwd", {}, "error 5"},
+        {"/bin/ls", {"/proc/self/fd"}, "0\n1\n2\n3\nexit 0"},  // the last one is its own
+        {"/bin/grep", {"-c", "SigIgn:.*[02468ace]...$", "/proc/self/status"}, "1\nexit 0"},
+        {"/bin/sh", {"-c", runCopy, probe, copy, "path"}, copy + " exit 0"},
+        {"/bin/sh", {"-c", runCopy, probe, copy, "upgraded"}, copy + " exit 0"},
+        {"/bin/sh", {"-c", runCopy, probe, other, "path"}, other + " exit 0"},
     };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.path);
-        const Child child(row.path, {});
-        EXPECT_FALSE(child.started);
-        EXPECT_EQ(child.code, row.code);
-    }
-}
-
-TEST(Processes, GetNothingButTheirStandardDescriptors)
-{
-    // One that was never marked for closing, and a socket of ours.
-    const int leaky = open("/dev/null", O_RDONLY);
-    ASSERT_EQ(fcntl(leaky, F_GETFD), 0);
-    const SocketHandle socket = tcpSocket();
-    Child child(PLATFORM_PROBE, {"descriptors"});
-    EXPECT_EQ(readAll(child.process.standardOutput), "0 1 2 ");
-    closeSocket(socket);
-    close(leaky);
-}
-
-TEST(Processes, GetTheirSignalsBack)
-{
-    sleepEx(0);  // SIGPIPE is ignored here by now
-    sigset_t some;
-    sigset_t before;
-    sigemptyset(&some);
-    sigaddset(&some, SIGUSR1);
-    sigprocmask(SIG_BLOCK, &some, &before);
-    // Shows what it was started with: it has not used the platform's waits.
-    Child child(PLATFORM_PROBE, {"signals"});
-    EXPECT_EQ(readAll(child.process.standardOutput), "SIGPIPE default, mask empty");
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-}
-
-TEST(Processes, AnInterruptIsSeenAndTheNextOneEndsTheProcess)
-{
-    struct Case {
-        const char* name;
-        const char* before;  // of the shell that starts it
-        std::vector<int> unseen;
-        int last;  // ends it after the interrupt
-    };
-    const Case cases[] = {
-        {"the other signal", "", {}, SIGINT},
-        {"the same signal", "", {}, SIGTERM},
-        {"started in the background", "trap '' INT; ", {SIGINT}, SIGTERM},
-    };
-    // Tests that run in the background have it ignored.
-    const auto before = std::signal(SIGINT, SIG_DFL);
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
-        Child child("/bin/sh",
-                    {"-c", std::string(row.before) + "exec \"$0\" interrupt", PLATFORM_PROBE});
-        ASSERT_TRUE(child.started);
-        Read ready(child.process.standardOutput);
-        ASSERT_TRUE(waitUntil([&] { return ready.ended(); }));
-        for (const int signal : row.unseen)
-            kill(child.process.pid, signal);
-        kill(child.process.pid, SIGTERM);
-        Read seen(child.process.standardOutput);
-        ASSERT_TRUE(waitUntil([&] { return seen.ended(); }));
-        EXPECT_EQ(seen.text(), "interrupted 0\n");
-        for (const int signal : row.unseen)
-            kill(child.process.pid, signal);
-        kill(child.process.pid, row.last);
-        const ExitStatus status = child.end();
-        EXPECT_TRUE(status.signalled);
-        EXPECT_EQ(status.code, row.last);
-    }
-    std::signal(SIGINT, before);
-}
-
-TEST(Processes, ACollectedChildIsCollectedOnce)
-{
-    Child child("/bin/true", {});
-    EXPECT_EQ(child.end().code, 0);
-    EXPECT_EQ(collectExit(child.process.pid).code, -1);
-    EXPECT_EQ(collectExit(-1).code, -1);
-}
-
-TEST(StandardHandles, AreThereUnlessTheProcessWasStartedWithoutThem)
-{
-    struct Case {
-        const char* redirection;
-        const char* expected;
-    };
-    const Case cases[] = {
-        {"", "input yes, output yes, numbers taken taken taken "},
-        {"<&-", "input no, output yes, numbers taken taken taken "},
-        {">&-", "input yes, output no, numbers taken taken taken "},
-        {"<&- >&-", "input no, output no, numbers taken taken taken "},
-        {"</dev/null >/dev/null", "input yes, output yes, numbers taken taken taken "},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.redirection);
-        EXPECT_EQ(shellProbe("standard", row.redirection, true), row.expected);
-    }
-}
-
-TEST(StandardHandles, KeepTheirNumbersWhenClosed)
-{
-    EXPECT_EQ(shellProbe("close-input", "", false), "same closed gone kept");
-    EXPECT_EQ(getStdHandle(5), Handle::none);
-}
-
-TEST(Surroundings, NamesAndAddresses)
-{
-    std::string why;
-    EXPECT_EQ(resolveIpv4("127.0.0.1", &why), std::vector<std::uint32_t>{loopback});
-    EXPECT_EQ(why, "");
-    // None that a name server would have to be asked for.
-    for (const std::string& bad : {std::string(), std::string("::1"), std::string(300, 'a')}) {
-        why.clear();
-        EXPECT_TRUE(resolveIpv4(bad, &why).empty()) << bad;
-        EXPECT_NE(why, "") << bad;
-    }
-}
-
-TEST(Surroundings, SignalNames)
-{
-    struct Case {
-        int signal;
-        const char* name;
-    };
-    const Case cases[] = {{SIGSEGV, "SIGSEGV"}, {SIGKILL, "SIGKILL"}, {SIGINT, "SIGINT"},
-                          {0, "signal"},        {-1, "signal"},       {1000, "signal"}};
     for (const Case& row : cases)
-        EXPECT_STREQ(signalName(row.signal), row.name);
+        EXPECT_EQ(run(row.path, row.arguments), row.result)
+            << testing::PrintToString(row.arguments);
+    std::filesystem::remove(other);
+}
+
+TEST(Crashes, EndInThePostMortemAndWithTheirSignal)
+{
+    const std::string dump = testing::TempDir() + "platform_" + std::to_string(getpid()) + ".dmp";
+    struct Case {
+        const char* how;
+        const char* result;
+        const char* part;  // of the post-mortem; null: there is none
+    };
+    const Case cases[] = {
+        {"fault", "written signal 11", "address: 0x0000000000000040\n"},
+        {"overflow", "written signal 11", "signal: 11 SIGSEGV\n"},
+        {"pure", "written signal 11", "reason: a pure virtual function was called\n"},
+        {"exception", "written signal 6",
+         "reason: an exception was not caught\nexception: std::length_error\n"
+         "message: a message of its own\n"},
+        {"abort", "signal 6", nullptr},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.how);
+        // Somebody may have left a file that all can read.
+        std::ofstream(dump) << "old";
+        std::filesystem::permissions(dump, std::filesystem::perms(0666));
+        EXPECT_EQ(run(PLATFORM_PROBE, {"crash", row.how, dump}), row.result);
+        std::ifstream file(dump);
+        const std::string text(std::istreambuf_iterator<char>(file), {});
+        if (row.part) {
+            EXPECT_NE(text.find(row.part), text.npos) << row.part << "\nin\n" << text;
+            // A frame of the executable itself.
+            EXPECT_NE(text.find(" +0x", text.find("call stack")), text.npos) << text;
+            EXPECT_EQ(std::filesystem::status(dump).permissions(), std::filesystem::perms(0600));
+        } else {
+            EXPECT_EQ(text, "old");
+        }
+    }
+    std::filesystem::remove(dump);
 }
 
 }  // namespace

@@ -1,358 +1,197 @@
-// Transfers on TCP and UDP sockets.
+// Connecting and listening, and transfers on TCP and UDP sockets.
 
 #include "Support.h"
+
+#include <optional>
 
 namespace platform {
 namespace {
 
-constexpr std::uint32_t noError = 0;
+using Codes = std::vector<std::uint32_t>;
 
-// What a receive gives, whether at its start or in the end.
-std::uint32_t codeOf(Receive& receive)
-{
-    if (!receive.started())
-        return receive.code;
-    EXPECT_TRUE(waitUntil([&] { return receive.ended(); }));
-    return receive.ended() ? receive.ends[0].error : WAIT_FAILED;
-}
-
-std::uint32_t codeOf(Send& send)
-{
-    if (!send.started())
-        return send.code;
-    EXPECT_TRUE(waitUntil([&] { return send.ended(); }));
-    return send.ended() ? send.ends[0].error : WAIT_FAILED;
-}
-
-void expectData(SocketHandle socket, const std::string& text)
-{
-    Receive receive(socket);
-    EXPECT_EQ(codeOf(receive), noError);
-    EXPECT_EQ(receive.text(), text);
-}
-
-void expectOrderlyEnd(SocketHandle socket)
-{
-    Receive receive(socket);
-    EXPECT_EQ(codeOf(receive), noError);
-    EXPECT_EQ(receive.ends.at(0).bytes, 0u);
-}
-
-void expectReset(SocketHandle socket)
-{
-    // Not once, but from now on, and in both directions.
-    for (int i = 0; i < 2; ++i) {
-        Receive receive(socket);
-        EXPECT_EQ(codeOf(receive), WSAECONNRESET);
-        Send send(socket, "x");
-        EXPECT_EQ(codeOf(send), WSAECONNRESET);
+// Both ends of a connection.
+struct Connection : Fixed {
+    Connection() : attempt(listener.local)
+    {
+        EXPECT_TRUE(waitUntil([this] { return attempt.codes == Codes{0}; }));
+        peer = accept(listener.socket, nullptr);
     }
-}
+    ~Connection() { closeSocket(peer); }
+    void send(const std::string& text) const { EXPECT_EQ(Write(peer, text).end().first, 0u); }
+    Listener listener;
+    Attempt attempt;
+    SocketHandle peer;
+    const SocketHandle& socket = attempt.socket;
+};
 
-// Takes the events in that have come so far, without anything to wait for.
-void takeEvents()
-{
-    sleepEx(0);
-}
-
-TEST(Sockets, ReceiveAndSend)
-{
-    Connection connection;
-    Receive waiting(connection.socket);
-    EXPECT_EQ(waiting.code, ERROR_IO_PENDING);
-    connection.send("hello");
-    EXPECT_EQ(codeOf(waiting), noError);
-    EXPECT_EQ(waiting.text(), "hello");
-
-    Send send(connection.socket, "answer");
-    EXPECT_EQ(send.result, 0);
-    EXPECT_FALSE(send.ended());
-    EXPECT_EQ(codeOf(send), noError);
-    char buffer[16];
-    EXPECT_EQ(recv(connection.peer, buffer, sizeof buffer, 0), 6);
-}
-
-TEST(Sockets, ADescriptorKnownToBeDryIsNotTried)
-{
-    Connection connection;
-    connection.send("abc");
-    expectData(connection.socket, "abc");
-    const std::uint64_t before = systemCallCounts().transfers;
-    Receive dry(connection.socket);  // the short read has emptied it
-    EXPECT_EQ(dry.code, ERROR_IO_PENDING);
-    EXPECT_EQ(systemCallCounts().transfers, before);
-    connection.send("more");
-    EXPECT_EQ(codeOf(dry), noError);
-    EXPECT_EQ(dry.text(), "more");
-}
-
-// Edges come once. Each row is a way in which the end could get lost behind the data.
+// Edges come once: an end could get lost behind the data, with receives that are exactly full, or
+// with events that were taken in before the read.
 TEST(Sockets, TheEndComesBehindTheData)
 {
-    struct Case {
-        const char* name;
-        bool eventsBeforeTheRead;
-        std::uint32_t size;  // of the receives
-    };
-    const Case cases[] = {
-        {"read at once", false, 4096},
-        {"events taken in before the read", true, 4096},
-        {"receives that are exactly full", true, 2},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
-        Connection connection;
-        connection.send("abcd");
-        shutdown(connection.peer, SHUT_WR);
-        if (row.eventsBeforeTheRead)
-            takeEvents();
-        std::string all;
-        for (;;) {
-            Receive receive(connection.socket, row.size);
-            ASSERT_EQ(codeOf(receive), noError);
-            if (receive.ends[0].bytes == 0)
-                break;
-            all += receive.text();
+    for (const std::uint32_t room : {4096, 2}) {
+        for (const bool eventsBefore : {false, true}) {
+            SCOPED_TRACE(std::to_string(room) + (eventsBefore ? ", events taken in before" : ""));
+            const Connection connection;
+            const Read waiting(connection.socket);
+            EXPECT_EQ(waiting.code, ERROR_IO_PENDING);
+            connection.send("first");
+            EXPECT_EQ(waiting.text(), "first");
+            connection.send("abcd");
+            EXPECT_EQ(shutdown(connection.peer, SD_SEND), 0);
+            if (eventsBefore)
+                sleepEx(0);
+            for (std::string all; all != "abcd"; all += Read(connection.socket, room).text())
+                ASSERT_EQ(all, std::string("abcd").substr(0, all.size()));
+            EXPECT_EQ(Read(connection.socket).end(), End(0, 0));
+            EXPECT_EQ(Write(connection.peer, "x").end(), End(WSAESHUTDOWN, 0));
+            EXPECT_EQ(Write(connection.socket, "answer").end(), End(0, 6));
+            EXPECT_EQ(Read(connection.peer).text(), "answer");
         }
-        EXPECT_EQ(all, "abcd");
-        expectOrderlyEnd(connection.socket);
     }
 }
 
 TEST(Sockets, AResetIsNeverAnOrderlyEnd)
 {
-    struct Case {
-        const char* name;
-        void (*meet)(Connection&);
-    };
-    const Case cases[] = {
-        {"met by a waiting receive",
-         [](Connection& connection) {
-             Receive receive(connection.socket);
-             connection.resetByPeer();
-             EXPECT_EQ(codeOf(receive), WSAECONNRESET);
-         }},
-        {"met by a receive",
-         [](Connection& connection) {
-             connection.resetByPeer();
-             Receive receive(connection.socket);
-             EXPECT_EQ(codeOf(receive), WSAECONNRESET);
-         }},
-        {"met by a send",
-         [](Connection& connection) {
-             connection.resetByPeer();
-             Send send(connection.socket, "x");
-             EXPECT_EQ(codeOf(send), WSAECONNRESET);
-         }},
-        {"met by a send, with data left to receive",
-         [](Connection& connection) {
-             connection.send("left");
-             connection.resetByPeer();
-             Send send(connection.socket, "x");
-             EXPECT_EQ(codeOf(send), WSAECONNRESET);
-             expectData(connection.socket, "left");
-         }},
-        {"met by a receive behind data",
-         [](Connection& connection) {
-             connection.send("left");
-             connection.resetByPeer();
-             takeEvents();
-             expectData(connection.socket, "left");
-         }},
-        {"met by both directions at once",
-         [](Connection& connection) {
-             // The peer doesn't read, so that the sends fill up.
-             std::vector<std::unique_ptr<Send>> sends;
-             do {
-                 sends.push_back(
-                     std::make_unique<Send>(connection.socket, std::string(1 << 20, 's')));
-                 takeEvents();
-             } while (sends.back()->ended());
-             Receive receive(connection.socket);
-             connection.resetByPeer();
-             EXPECT_EQ(codeOf(receive), WSAECONNRESET);
-             EXPECT_EQ(codeOf(*sends.back()), WSAECONNRESET);
-         }},
-        {"met after an orderly end",
-         [](Connection& connection) {
-             shutdown(connection.peer, SHUT_WR);
-             expectOrderlyEnd(connection.socket);
-             connection.resetByPeer();
-             Send send(connection.socket, "x");
-             EXPECT_EQ(codeOf(send), WSAECONNRESET);
-         }},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
-        Connection connection;
-        row.meet(connection);
-        expectReset(connection.socket);
-    }
-}
-
-TEST(Sockets, AConnectionResetBeforeItsFirstLookWasAConnection)
-{
-    RawListener listener;
-    Attempt attempt(listener.endpoint);
-    reset(listener.accept());
-    ASSERT_TRUE(attempt.finish());
-    EXPECT_EQ(attempt.codes, std::vector<std::uint32_t>{0});
-    expectReset(attempt.socket);
-}
-
-TEST(Sockets, ShutDownSendsTheEndAndReadsOn)
-{
-    Connection connection;
-    EXPECT_EQ(shutdown(connection.socket, SD_SEND), 0);
-    char byte = 0;
-    EXPECT_EQ(recv(connection.peer, &byte, 1, 0), 0);
-    Send send(connection.socket, "too late");
-    EXPECT_EQ(codeOf(send), WSAESHUTDOWN);
-    connection.send("still here");
-    expectData(connection.socket, "still here");
-}
-
-TEST(Sockets, ShutDownEndsWhatIsUnderWay)
-{
-    Connection connection;
-    Receive receive(connection.socket);
-    EXPECT_EQ(receive.code, ERROR_IO_PENDING);
-    EXPECT_EQ(shutdown(connection.socket, SD_RECEIVE), 0);
-    EXPECT_FALSE(receive.ended());
-    EXPECT_EQ(sleepEx(INFINITE), WAIT_IO_COMPLETION);
-    EXPECT_TRUE(receive.endedWith(0, 0));
-
-    const SocketHandle udp = udpSocket();
-    Receive datagram(udp);
-    EXPECT_EQ(datagram.code, ERROR_IO_PENDING);
-    EXPECT_EQ(shutdown(udp, SD_RECEIVE), 0);
-    EXPECT_EQ(sleepEx(INFINITE), WAIT_IO_COMPLETION);
-    EXPECT_TRUE(datagram.endedWith(WSAESHUTDOWN, 0));
-    closeSocket(udp);
-}
-
-TEST(Sockets, CloseEndsWhatIsUnderWay)
-{
-    Connection connection;
-    connection.send("undelivered");
-    const SocketHandle udp = udpSocket();
-    Receive pending(udp);
-    Send finished(connection.socket, "x");
-    Receive received(connection.socket);
-    ASSERT_TRUE(waitUntil([&] { return finished.ended() && received.ended(); }));
-    connection.send("again");
-    Receive undelivered(connection.socket);
-    EXPECT_EQ(closeSocket(udp), 0);
-    EXPECT_EQ(closeSocket(connection.socket), 0);
-    EXPECT_EQ(sleepEx(INFINITE), WAIT_IO_COMPLETION);
-    EXPECT_TRUE(pending.endedWith(ERROR_OPERATION_ABORTED, 0));
-    EXPECT_TRUE(undelivered.endedWith(ERROR_OPERATION_ABORTED, 0));
-
-    Receive stale(udp);
-    EXPECT_EQ(stale.code, WSAENOTSOCK);
-    EXPECT_EQ(closeSocket(udp), SOCKET_ERROR);
-}
-
-TEST(Sockets, AnUnconnectedSocketCanBeUsedLater)
-{
-    const SocketHandle socket = tcpSocket();
-    Send send(socket, "x");
-    EXPECT_EQ(send.code, WSAENOTCONN);
-    Receive receive(socket);
-    EXPECT_EQ(receive.code, WSAENOTCONN);
-
-    RawListener listener;
-    Attempt attempt(listener.endpoint, socket);
-    const int peer = listener.accept();
-    ASSERT_TRUE(attempt.finish());
-    EXPECT_EQ(::send(peer, "now", 3, 0), 3);
-    expectData(socket, "now");
-    close(peer);
-}
-
-// ---- Datagrams
-
-class Datagrams : public testing::Test {
-protected:
-    Datagrams() : here(udpSocket()), there(udpSocket())
-    {
-        EXPECT_EQ(bind(here, {loopback, 0}), 0);
-        EXPECT_EQ(bind(there, {loopback, 0}), 0);
-        EXPECT_EQ(getSockName(here, &hereName), 0);
-        EXPECT_EQ(getSockName(there, &thereName), 0);
-    }
-    ~Datagrams() override
-    {
-        closeSocket(here);
-        closeSocket(there);
-    }
-
-    void send(const std::string& data) const
-    {
-        Op op;
-        ASSERT_EQ(wsaSendTo(there, data.data(), static_cast<std::uint32_t>(data.size()), hereName,
-                            &op.overlapped, &Op::routine),
-                  0);
-        ASSERT_TRUE(waitUntil([&] { return op.ended(); }));
-        ASSERT_TRUE(op.endedWith(0, static_cast<std::uint32_t>(data.size())));
-    }
-
-    SocketHandle here;
-    SocketHandle there;
-    Endpoint hereName;
-    Endpoint thereName;
-};
-
-TEST_F(Datagrams, EachArrivesByItself)
-{
-    struct Case {
-        const char* name;
-        std::size_t size;
-        Op::End end;
-    };
-    constexpr std::uint32_t room = 100;
-    const Case cases[] = {
-        {"small", 5, {0, 5}},
-        {"empty", 0, {0, 0}},
-        {"exactly the room", room, {0, room}},
-        {"one byte too large", room + 1, {WSAEMSGSIZE, room}},
-        {"small again", 6, {0, 6}},
-    };
-    for (const bool waiting : {false, true}) {
-        for (const Case& row : cases) {
-            SCOPED_TRACE(std::string(row.name) + (waiting ? ", waited for" : ""));
-            if (!waiting)
-                send(std::string(row.size, 'd'));
-            char buffer[room];
-            Endpoint from;
-            Op op;
-            const int result = wsaRecvFrom(here, buffer, room, &from, &op.overlapped, &Op::routine);
-            EXPECT_TRUE(result == 0 || wsaGetLastError() == ERROR_IO_PENDING);
-            if (waiting)
-                send(std::string(row.size, 'd'));
-            ASSERT_TRUE(waitUntil([&] { return op.ended(); }));
-            EXPECT_EQ(op.ends[0], row.end);
-            EXPECT_EQ(from, thereName);
+    enum Before { receiveUnderWay, dataLeft, orderlyEnd };
+    for (const Before before : {receiveUnderWay, dataLeft, orderlyEnd}) {
+        for (const bool sendFirst : {false, true}) {
+            SCOPED_TRACE(std::to_string(before) + (sendFirst ? ", met by a send" : ""));
+            const Connection connection;
+            std::optional<Read> underWay;
+            if (before == receiveUnderWay)
+                underWay.emplace(connection.socket);
+            if (before == dataLeft)
+                connection.send("left");
+            if (before == orderlyEnd) {
+                EXPECT_EQ(shutdown(connection.peer, SD_SEND), 0);
+                EXPECT_EQ(Read(connection.socket).end(), End(0, 0));
+            }
+            // What the peer leaves unread makes its close a reset.
+            EXPECT_EQ(Write(connection.socket, "unread").end(), End(0, 6));
+            closeSocket(connection.peer);
+            sleepEx(0);
+            EXPECT_TRUE(!underWay || underWay->end() == End(WSAECONNRESET, 0));
+            // What was an orderly end to receives stays one until a send meets the reset.
+            if (sendFirst || before == orderlyEnd) {
+                EXPECT_EQ(Write(connection.socket, "x").end(), End(WSAECONNRESET, 0));
+            }
+            EXPECT_TRUE(before != dataLeft || Read(connection.socket).text() == "left");
+            // Not once, but from now on, and in both directions.
+            for (int i = 0; i < 2; ++i) {
+                EXPECT_EQ(Read(connection.socket).end().first, WSAECONNRESET);
+                EXPECT_EQ(Write(connection.socket, "x").end().first, WSAECONNRESET);
+            }
         }
     }
 }
 
-TEST_F(Datagrams, AnErrorBelongsToOneDatagram)
+TEST(Sockets, ClosingOrShuttingDownEndsWhatIsUnderWay)
 {
-    Op op;
-    const std::string data = "x";
-    EXPECT_EQ(wsaSendTo(here, data.data(), 1, {loopback, 0}, &op.overlapped, &Op::routine),
-              SOCKET_ERROR);
-    EXPECT_EQ(wsaGetLastError(), WSAEINVAL);
-    const std::string large(70'000, 'x');
-    EXPECT_EQ(wsaSendTo(here, large.data(), 70'000, thereName, &op.overlapped, &Op::routine),
-              SOCKET_ERROR);
-    EXPECT_EQ(wsaGetLastError(), WSAEMSGSIZE);
+    const Connection connection;
+    const Read shut(connection.peer);
+    EXPECT_EQ(shutdown(connection.peer, SD_RECEIVE), 0);
+    EXPECT_EQ(shut.end(), End(0, 0));
+
+    const SocketHandle udp = udpSocket();
+    const Read pending(udp);
+    connection.send("data");
+    const Read undelivered(connection.socket);
+    EXPECT_EQ(closeSocket(udp), 0);
+    EXPECT_EQ(closeSocket(connection.socket), 0);
+    EXPECT_EQ(pending.end(), End(ERROR_OPERATION_ABORTED, 0));
+    EXPECT_EQ(undelivered.end(), End(ERROR_OPERATION_ABORTED, 0));
+    EXPECT_EQ(Read(udp).code, WSAENOTSOCK);
+    EXPECT_EQ(closeSocket(udp), SOCKET_ERROR);
+}
+
+TEST(Sockets, EachDatagramArrivesByItself)
+{
+    const SocketHandle udp = udpSocket();
+    Endpoint name;
+    EXPECT_EQ(bind(udp, {loopback, 0}), 0);
+    EXPECT_EQ(getSockName(udp, &name), 0);
+    const auto send = [&](std::size_t size) {
+        Op op(std::string(size, 'd'));
+        op.begun(wsaSendTo(udp, op.buffer.data(), op.size(), name, &op.overlapped, Op::routine));
+        return op.end();
+    };
+    constexpr std::uint32_t room = 100;
+    for (const bool waiting : {false, true}) {
+        for (const std::uint32_t size : {5u, 0u, room, room + 1, 6u}) {
+            SCOPED_TRACE(std::to_string(size) + (waiting ? " bytes, waited for" : " bytes"));
+            EXPECT_EQ(send(70'000), End(WSAEMSGSIZE, 0));  // its own error, and not kept
+            const End sent = waiting ? End(0, size) : send(size);
+            Endpoint from;
+            Op op(std::string(room, '\0'));
+            op.begun(wsaRecvFrom(udp, op.buffer.data(), room, &from, &op.overlapped, Op::routine));
+            EXPECT_EQ(waiting ? send(size) : sent, End(0, size));
+            EXPECT_EQ(op.end(), size > room ? End(WSAEMSGSIZE, room) : End(0, size));
+            EXPECT_EQ(from, name);
+        }
+    }
+    closeSocket(udp);
+}
+
+TEST(Connects, EndWithTheirResultInAWait)
+{
+    const Listener listener;
+    const Endpoint closedPort = Listener().local;
+    const SocketHandle itself = tcpSocket();
+    Endpoint itsName;
+    EXPECT_EQ(bind(itself, {loopback, 0}), 0);
+    EXPECT_EQ(getSockName(itself, &itsName), 0);
+    struct Case {
+        const char* name;
+        Endpoint peer;
+        std::uint32_t code;
+        SocketHandle socket = tcpSocket();
+    };
+    const Case cases[] = {
+        {"accepted", listener.local, 0},
+        {"refused", closedPort, WSAECONNREFUSED},
+        {"no address", {0, listener.local.port}, WSAEADDRNOTAVAIL},
+        {"met itself", itsName, WSAECONNREFUSED, itself},
+        {"no socket", listener.local, WSAENOTSOCK, SocketHandle::invalid},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.name);
+        const Attempt attempt(row.peer, row.socket);
+        EXPECT_TRUE(attempt.codes.empty());
+        WaitList list;
+        list.append(attempt.handle);
+        // Told before the object was signalled, and it stays signalled.
+        for (const std::uint32_t limit : {10'000, 0}) {
+            EXPECT_EQ(waitForMultipleObjectsEx(list, limit), 0u);
+            EXPECT_EQ(attempt.codes, Codes{row.code});
+        }
+    }
+    WaitList ready;
+    ready.append(acceptReady(listener.socket));
+    EXPECT_EQ(waitForMultipleObjectsEx(ready, 10'000), 0u);
+    closeSocket(accept(listener.socket, nullptr));
+    EXPECT_EQ(accept(listener.socket, nullptr), SocketHandle::invalid);
+    EXPECT_EQ(wsaGetLastError(), ERROR_IO_PENDING);
+    EXPECT_EQ(waitForMultipleObjectsEx(ready, 0), WAIT_TIMEOUT);
+}
+
+TEST(Connects, CanBeAbandoned)
+{
+    // A full queue, so that further connects stay without an answer.
+    const Listener silent(0);
+    const Attempt inTheQueue(silent.local);
+    EXPECT_TRUE(waitUntil([&] { return inTheQueue.codes == Codes{0}; }));
+    const Attempt byObject(silent.local), bySocket(silent.local), atOnce(Endpoint{0, 80});
+    EXPECT_TRUE(closeHandle(atOnce.handle));  // although its result is there
     EXPECT_EQ(sleepEx(0), 0u);
-    EXPECT_FALSE(op.ended());
-    EXPECT_EQ(wsaSendTo(here, data.data(), 1, thereName, &op.overlapped, &Op::routine), 0);
-    EXPECT_EQ(sleepEx(INFINITE), WAIT_IO_COMPLETION);
-    EXPECT_TRUE(op.endedWith(0, 1));
+    EXPECT_TRUE(byObject.codes.empty() && bySocket.codes.empty());
+    EXPECT_TRUE(closeHandle(byObject.handle));
+    EXPECT_EQ(closeSocket(bySocket.socket), 0);
+    EXPECT_TRUE(byObject.codes.size() == 1 && bySocket.codes.empty());
+    WaitList list;
+    list.append(bySocket.handle);
+    EXPECT_EQ(waitForMultipleObjectsEx(list, INFINITE), 0u);
+    for (const Attempt* attempt : {&byObject, &bySocket, &atOnce})
+        EXPECT_EQ(attempt->codes, Codes{ERROR_OPERATION_ABORTED});
 }
 
 }  // namespace

@@ -1,265 +1,133 @@
-// The primitive encoding: forms of values, areas of the streams, hostile lengths.
-
+// The wire forms of values: exact bytes, what readers take beyond them, areas of the streams,
+// hostile lengths.
 #include "queues/ioprim.h"
 
-#include "common/errors.h"
-#include "queues/fields.h"
-#include "tests/queues/MemoryStreams.h"
 #include "tests/queues/frames.h"
 
-#include <cstdint>
-#include <limits>
-#include <list>
-#include <map>
 #include <new>
-#include <set>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 
-using frames::unhex;
+using namespace frames;
 using protocol::ioprim;
+using Property = Held<tql::property_t>;
 
 template <class T>
-std::string written(const T& value, std::size_t areaSize = 4096)
+void expectForm(const T& value, const std::string& hex)
 {
-    memory::Output output(areaSize);
-    ioprim link(nullptr, &output);
-    link << value;
-    link.flush();
-    return output.sent;
+    EXPECT_EQ(written(value), unhex(hex)) << hex;
+    EXPECT_TRUE(expectRead<T>(hex) == value) << hex;
 }
 
-template <class T>
-T readFrom(std::string_view bytes, T value = T{})
-{
-    memory::Input input(bytes);
-    ioprim link(&input, nullptr);
-    link >> value;
-    EXPECT_EQ(input.committed, bytes.size()) << "bytes are left, or were not committed";
-    return value;
-}
-
-template <class T>
-void expectForm(const T& value, const char* hex)
-{
-    SCOPED_TRACE(hex);
-    EXPECT_EQ(written(value), unhex(hex));
-    EXPECT_EQ(readFrom<T>(unhex(hex)), value);
-}
-
-TEST(ioprim, writesAndReadsEachFormToTheByte)
+TEST(forms, ofValuesAreExact)
 {
     expectForm<std::int32_t>(-2, "FE FF FF FF");
-    expectForm<std::uint32_t>(0x01020304, "04 03 02 01");
-    expectForm<std::int64_t>(-2, "FE FF FF FF FF FF FF FF");
     expectForm<std::uint64_t>(0x0102030405060708, "08 07 06 05 04 03 02 01");
     expectForm<double>(-1.5, "00 00 00 00 00 00 F8 BF");
     expectForm<bool>(true, "01 00 00 00");
     expectForm<std::uint16_t>(0xFFFE, "FE FF 00 00");
-    expectForm<std::string>("", "00 00 00 00 00 00 00 00");
-    expectForm<std::string>(std::string("o\0k", 3), "03 00 00 00 00 00 00 00 6F 00 6B");
+    expectForm(std::string("o\0k", 3), "03 00 00 00 00 00 00 00 6F 00 6B");
     expectForm(Time(-1, 500000), "FF FF FF FF 20 A1 07 00");
-    expectForm(queues::queue_t::none, "FF FF FF FF");
     expectForm(static_cast<queues::queue_t>(77), "4D 00 00 00");
     expectForm(std::list<std::int32_t>{3, 1}, "02 00 00 00 03 00 00 00 01 00 00 00");
     expectForm(std::set<std::uint32_t>{3, 1}, "02 00 00 00 01 00 00 00 03 00 00 00");
     expectForm(std::map<std::uint32_t, bool>{{9, true}, {2, false}},
                "02 00 00 00 02 00 00 00 00 00 00 00 09 00 00 00 01 00 00 00");
-    expectForm(std::vector<std::pair<bool, std::uint16_t>>{{true, 7}},
-               "01 00 00 00 01 00 00 00 07 00 00 00");
+    expectForm(BigNum(0x0102), "04 00 00 00 00 00 00 00 02 01 00 00");
+    expectRead<tql::object_t>(
+        "04 00 00 00 FF FF FF FF 01 00 00 00 09 00 00 00 01 00 00 00 01 00 00 00"
+        "07 00 00 00 00 00 00 00 09 00 00 00 00 00 00 00 01 00 00 00 34 00 00 00 00 00 00 00"
+        "00 00 00 00 00 00 00 00 01 00 00 00 06 00 00 00 25 00 00 00");
+    expectRead<tql::select_t>(
+        "04 00 00 00 FF FF FF FF 02 00 00 00 01 00 00 00"
+        "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"
+        "00 00 00 00 01 00 00 00 00 00 00 00 0D 00 00 00 02 00 00 00 01 00 00 00 33 00 00 00");
 }
 
-TEST(ioprim, acceptsMoreThanItWrites)
+template <class C, class... Arguments>
+void expectProperty(const std::string& tag, const std::string& value, Arguments&&... arguments)
 {
-    EXPECT_TRUE(readFrom<bool>(unhex("02 00 00 00")));
-    EXPECT_TRUE(readFrom<bool>(unhex("00 00 00 80")));
-    EXPECT_EQ(readFrom<std::uint16_t>(unhex("34 12 01 00")), 0x1234);
-
-    // A container is emptied first, whatever its count says.
-    for (const char* none : {"00 00 00 00", "FF FF FF FF", "00 00 00 80"}) {
-        EXPECT_EQ(readFrom(unhex(none), std::list<bool>{true}), std::list<bool>());
-        EXPECT_EQ(readFrom(unhex(none), std::set<bool>{true}), std::set<bool>());
-        EXPECT_EQ(readFrom(unhex(none), std::vector<int>{1}), std::vector<int>());
-        EXPECT_EQ(readFrom(unhex(none), std::map<int, int>{{1, 2}}), (std::map<int, int>()));
-    }
-    // Out of order and twice: a set has each once, a map the last.
-    EXPECT_EQ(readFrom<std::set<int>>(unhex("03 00 00 00  02 00 00 00  01 00 00 00  02 00 00 00")),
-              (std::set<int>{1, 2}));
-    EXPECT_EQ((readFrom<std::map<int, int>>(unhex("03 00 00 00  02 00 00 00 05 00 00 00"
-                                                  "01 00 00 00 06 00 00 00"
-                                                  "02 00 00 00 07 00 00 00"))),
-              (std::map<int, int>{{1, 6}, {2, 7}}));
+    C property(542U, std::forward<Arguments>(arguments)...);
+    property.modifiers = 0x80000001;
+    expectForm(Property(property), tag + "00 00 00 1E 02 00 00 00 00 00 00 01 00 00 80" + value);
 }
 
-// Two values and a text, through areas of every size that can hold a primitive.
+TEST(forms, ofPropertiesAreExact)
+{
+    using namespace tql;
+    const object_reference_t reference{{2}, {{3}, {}, 37}};
+    const std::string hex =
+        "01 00 00 00 02 00 00 00 01 00 00 00 03 00 00 00 00 00 00 00 25 00 00 00";
+    expectProperty<property_string_t>("07", "02 00 00 00 00 00 00 00 6F 6B", "ok");
+    expectProperty<property_string_list_t>("08", "01 00 00 00 00 00 00 00 00 00 00 00",
+                                           std::list<std::string>{""});
+    expectProperty<property_object_set_t>("09", "01 00 00 00" + hex, std::set{reference});
+    expectProperty<property_object_t>("0A", hex, reference);
+    expectProperty<property_version_t>("0B", "07 00 00 00 00 00 00 00 02 01 00 00 00 00 00 00",
+                                       version_t{7, 0x0102});
+    expectProperty<property_action_t>("0C", "FE FF FF FF", -2);
+    expectProperty<property_real_t>("0D", "00 00 00 00 00 00 F8 3F", 1.5);
+    expectProperty<property_bignum_t>("0E", "04 00 00 00 00 00 00 00 02 00 00 00", BigNum(2));
+    expectProperty<property_gid_t>("0F", "0D 0C 0B 0A", 0x0A0B0C0DU);
+    expectProperty<property_gid_list_t>("10", "01 00 00 00 05 00 00 00", std::vector{5U});
+    expectProperty<property_date_t>("11", "FE FF FF FF FF FF FF FF", -2);
+    expectProperty<property_index_t>("12", "FE FF FF FF", 0xFFFFFFFEU);
+    expectProperty<property_int_t>("13", "FD FF FF FF", -3);
+    expectProperty<property_uint_t>("14", "03 00 00 00", 3U);
+    expectProperty<property_boolean_t>("15", "01 00 00 00", true);
+    expectProperty<property_blob_t>("16", "01 00 00 00 00 00 00 00 6B", "k");
+    expectProperty<property_lob_t>("17", "00 00 00 00 00 00 00 00", "");
+    expectProperty<property_oid_t>("18", "01 00 00 00 03 00 00 00", std::vector{3U});
+    expectProperty<property_enum_t>("19", "20 00 01 00 01 00 00 00", 0x10020U, 1U);
+}
+
+TEST(forms, canBeReadBeyondWhatIsWritten)
+{
+    expectTaken(false, "02 00 00 00", "01 00 00 00");
+    expectTaken<std::uint16_t>(0, "34 12 01 00", "34 12 00 00");
+    // Containers are emptied first, even by a negative count.
+    expectTaken(std::list<bool>{true}, "FF FF FF FF", "00 00 00 00");
+    expectTaken(std::map<int, int>{{1, 2}}, "00 00 00 80", "00 00 00 00");
+    // A tag without a class is all that is read.
+    for (const std::string tag : {"00 00 00 00", "06 00 00 00", "1A 00 00 00", "07 01 00 00"})
+        expectTaken(std::pair{Property(tql::property_int_t(1, 2)), 0}, tag + "05 00 00 00",
+                    "00 00 00 00 05 00 00 00");
+
+    tql::id_t id;
+    EXPECT_EQ(readInto(id, unhex("04 00 00 00")), "small vector resize overflow 4 > 3");
+    EXPECT_EQ(readInto(id, unhex("FF FF FF FF")),
+              "small vector resize overflow 18446744073709551615 > 3");
+}
+
 TEST(ioprim, splitsTextsOverAreasButNeverANumber)
 {
-    const std::string text = "abcdefghijklmnopqrstuvwxyz";
-    const std::string whole = written(std::uint32_t{7}) + written(text) + written(-3.25);
-    for (std::size_t areaSize = 8; areaSize <= whole.size() + 1; ++areaSize) {
-        SCOPED_TRACE(areaSize);
-        memory::Output output(areaSize);
-        ioprim link(nullptr, &output);
-        link << std::uint32_t{7} << text << -3.25;
-        EXPECT_LE(output.sent.size(), whole.size());
-        link.flush();
-        EXPECT_EQ(output.sent, whole);
-    }
+    const std::pair record{std::pair{7, std::string("abcdefghijklmnopqrstuvwxyz")}, -3.25};
+    const std::string whole = written(record, 4096);
+    for (std::size_t areaSize = 8; areaSize <= whole.size() + 1; ++areaSize)
+        EXPECT_EQ(written(record, areaSize), whole) << areaSize;
 
-    // With 8 bytes an area, the first number's area goes out half used: a number isn't split.
+    // The first number's area goes out half used, and the last one's isn't full.
     memory::Output output(8);
     ioprim link(nullptr, &output);
-    link << std::uint32_t{7} << text;
-    EXPECT_EQ(output.sent, written(std::uint32_t{7}) + written(text).substr(0, 8 + 24));
-}
-
-TEST(ioprim, commitsOnceAFlushAndNotWithoutBytes)
-{
-    memory::Output output;
-    ioprim link(nullptr, &output);
-    link.flush();
-    EXPECT_EQ(output.commits, 0U);
-    for (int i = 0; i < 100; ++i)
-        link << i << std::string("text");
-    EXPECT_EQ(output.commits, 0U) << "nothing shows before the flush";
-    link.flush();
-    link.flush();
-    EXPECT_EQ(output.commits, 1U);
-    EXPECT_EQ(output.sent.size(), 100U * 16);
-    link << 1;
-    link.flush();
-    EXPECT_EQ(output.sent.substr(std::size_t{100} * 16), written(1))
-        << "the area was the stream's again";
-}
-
-TEST(ioprim, givesUpAnAreaThatTheStreamTookBack)
-{
-    memory::Output output(8);
-    ioprim link(nullptr, &output);
-    link << std::uint64_t{1};
-    output.failure = true;
-    EXPECT_THROW(link << std::uint64_t{2}, error::ESystemError);
-    EXPECT_THROW(link << std::uint64_t{2}, error::ESystemError);
-    output.failure = false;
-    link << std::uint64_t{3};
-    link.flush();
-    EXPECT_EQ(output.sent, written(std::uint64_t{1}) + written(std::uint64_t{3}));
-}
-
-TEST(ioprimDeathTest, needsRoomForANumberButNotForBytes)
-{
-    memory::Output output(3);
-    ioprim link(nullptr, &output);
-    link.writeBytes(8, "12345678");
-    link.flush();
-    EXPECT_EQ(output.sent, "12345678");
-    EXPECT_DEATH(link << std::int32_t{1},
+    link << record.first;
+    EXPECT_EQ(output.sent, whole.substr(0, 4 + 8 + 24));
+    EXPECT_DEATH(written(1, 3),
                  "^Assertion failed: New write area of size 3 too small for primitive write\n");
-    memory::Output seven(7);
-    ioprim narrow(nullptr, &seven);
-    EXPECT_DEATH(narrow << std::uint32_t{1} << std::int64_t{1},
-                 "New write area of size 7 too small for primitive write");
-}
-
-TEST(ioprim, readsValuesThatLieAcrossPieces)
-{
-    const std::string whole = written(std::uint32_t{7}) + written(std::string("hello")) +
-                              written(std::string()) + written(-3.25);
-    for (std::size_t piece = 1; piece <= whole.size(); ++piece) {
-        SCOPED_TRACE(piece);
-        memory::Input input(whole, piece);
-        ioprim link(&input, nullptr);
-        std::uint32_t number = 0;
-        std::string text;
-        std::string empty = "not";
-        double real = 0;
-        link >> number >> text >> empty >> real;
-        EXPECT_EQ(number, 7U);
-        EXPECT_EQ(text, "hello");
-        EXPECT_EQ(empty, "");
-        EXPECT_EQ(real, -3.25);
-        EXPECT_EQ(input.committed, whole.size());
-    }
-}
-
-// The stream's readiness says whether more is waiting, so an area is committed as soon as it is
-// used up, and not before.
-TEST(ioprim, commitsAReadAreaWhenItIsUsedUp)
-{
-    memory::Input input;
-    input.append(unhex("01 00 00 00 02 00 00 00"));
-    ioprim link(&input, nullptr);
-    std::int32_t value = 0;
-    link >> value;
-    EXPECT_EQ(input.committed, 0U);
-    link.readBytes(0, nullptr);
-    link >> value;
-    EXPECT_EQ(value, 2);
-    EXPECT_EQ(input.committed, 8U);
-    link.readBytes(0, nullptr);
-    EXPECT_EQ(input.begins, 1U) << "no bytes wanted, but the stream was touched";
-
-    EXPECT_THROW(link >> value, io::EEndOfStream);
-    input.append(unhex("03 00 00 00"));
-    link >> value;
-    EXPECT_EQ(value, 3) << "bytes from before the exception";
 }
 
 TEST(ioprim, takesNoMemoryForWhatHasNotArrived)
 {
-    struct Case {
-        const char* name;
-        std::uint64_t length;
-        bool tooLongForAString;
-    };
-    const Case refused[] = {
-        {"every bit", std::numeric_limits<std::uint64_t>::max(), true},
-        {"no string is that long", std::uint64_t{1} << 63, true},
-        {"2^60", std::uint64_t{1} << 60, false},
-        {"just beyond the address space", (std::uint64_t{1} << 47) + 1, false},
-    };
-    for (const Case& c : refused) {
-        SCOPED_TRACE(c.name);
-        memory::Input input(written(c.length) + "body");
-        ioprim link(&input, nullptr);
-        std::string text;
-        if (c.tooLongForAString)
-            EXPECT_THROW(link >> text, std::length_error);
-        else
-            EXPECT_THROW(link >> text, std::bad_alloc);
-        EXPECT_LT(text.capacity(), 100U);
-    }
-
-    // These can be held; they just don't come.
-    for (const std::uint64_t length : {std::uint64_t{1} << 47, std::uint64_t{1} << 31}) {
-        memory::Input input(written(length) + std::string(10000, 'x'));
-        ioprim link(&input, nullptr);
-        std::string text;
-        EXPECT_THROW(link >> text, io::EEndOfStream);
-        EXPECT_LE(text.capacity(), 4U * 10000);
-    }
-    memory::Input input(unhex("FF FF FF 7F 01 00 00 00"));
-    ioprim link(&input, nullptr);
+    std::string text;
+    EXPECT_THROW(readInto(text, unhex("FF FF FF FF FF FF FF FF")), std::length_error);
+    EXPECT_THROW(readInto(text, unhex("00 00 00 00 00 00 00 10")), std::bad_alloc) << "2^60";
+    // This one can be held; it just doesn't come.
+    const std::string begun = unhex("00 00 00 00 00 80 00 00") + std::string(10000, 'x');
+    EXPECT_EQ(readInto(text, begun), "EOS from memory");
+    EXPECT_LE(text.capacity(), 4U * 10000);
     std::vector<std::int32_t> numbers;
-    EXPECT_THROW(link >> numbers, io::EEndOfStream);
+    EXPECT_EQ(readInto(numbers, unhex("FF FF FF 7F 01 00 00 00")), "EOS from memory");
     EXPECT_LT(numbers.capacity(), 100U);
-}
-
-TEST(ioprim, readsLongTextsWhole)
-{
-    for (const std::size_t size : {4095, 4096, 4097, 8192, 8193, 1000000}) {
-        std::string text(size, '\0');
-        for (std::size_t i = 0; i < size; ++i)
-            text[i] = static_cast<char>(i * 7 + i / 251);
-        EXPECT_TRUE(readFrom<std::string>(written(text, 1000)) == text) << size;
-    }
 }
 
 }  // namespace

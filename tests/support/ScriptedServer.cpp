@@ -12,8 +12,8 @@
 #include <array>
 #include <cerrno>
 #include <optional>
+#include <string_view>
 #include <system_error>
-#include <utility>
 
 namespace support {
 
@@ -52,90 +52,33 @@ void raiseDescriptorLimit()
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-bool wouldBlock()
-{
-    return errno == EAGAIN || errno == EINTR;
-}
-
 }  // namespace
 
-namespace step {
-
-Step expect(std::string text)
-{
-    return {Step::Kind::expect, std::move(text)};
-}
-
-Step expectThrough(std::string terminator)
-{
-    return {Step::Kind::expectThrough, std::move(terminator)};
-}
-
-Step expectEnd()
-{
-    return {Step::Kind::expectEnd};
-}
-
-Step send(std::string text, std::size_t piece, std::chrono::milliseconds delay)
-{
-    return {Step::Kind::send, std::move(text), piece, delay};
-}
-
-Step pause(std::chrono::milliseconds length)
-{
-    return {Step::Kind::pause, {}, 0, length};
-}
-
-Step waitForRelease()
-{
-    return {Step::Kind::waitForRelease};
-}
-
-Step halfClose()
-{
-    return {Step::Kind::halfClose};
-}
-
-Step close()
-{
-    return {Step::Kind::close};
-}
-
-Step reset()
-{
-    return {Step::Kind::reset};
-}
-
-Step silence()
-{
-    return {Step::Kind::silence};
-}
-
-Step drip(std::string text, std::chrono::milliseconds delay)
-{
-    return {Step::Kind::drip, std::move(text), 0, delay};
-}
-
-Step flood()
-{
-    return {Step::Kind::flood, std::string(65536, 'f')};
-}
-
-}  // namespace step
-
 struct ScriptedServer::Connection {
-    int descriptor = -1;  // -1 once it is closed
-    const Script* script = nullptr;
-    std::size_t current = 0;   // step
-    std::size_t offset = 0;    // bytes of the step's text that are sent
-    std::size_t expected = 0;  // bytes of `talk.received` that the script has dealt with
-    std::size_t releases = 0;  // that were used up
-    bool wantsRoom = false;    // waits for room to send
+    Connection(int accepted, const Script& itsScript) : descriptor(accepted), script(itsScript) {}
+
+    // Deals with the events of poll(), and goes on in the script as far as it can.
+    void serve(short events, std::size_t released);
+    void readInput();
+    // Works on the current step. True when it is done and the next one can begin.
+    bool advance(std::size_t released);
+    bool hear(const Step& step);
+    bool say(const Step& step);
+    void close(bool reset);
+    void peerIsGone();
+
+    int descriptor;  // -1 once it is closed
+    const Script& script;
+    std::size_t current = 0;                  // step
+    std::size_t offset = 0;                   // bytes of the step's text that are sent
+    std::size_t heard = 0;                    // bytes of `talk.received` dealt with by the script
+    std::size_t releases = 0;                 // that were used up
+    bool wantsRoom = false;                   // waits for room to send
     std::optional<Clock::time_point> wakeAt;  // waits for a time
     Conversation talk;
 };
 
-ScriptedServer::ScriptedServer(std::vector<Script> newScripts) : scripts(std::move(newScripts))
+ScriptedServer::ScriptedServer(Script itsScript) : script(std::move(itsScript))
 {
     raiseDescriptorLimit();
     listener = boundSocket(&listeningPort);
@@ -153,9 +96,9 @@ ScriptedServer::~ScriptedServer()
     eventfd_write(wake, 1);
     thread.join();
     for (const auto& connection : all)
-        closeConnection(*connection, true);
-    ::close(listener);
-    ::close(wake);
+        connection->close(true);
+    close(listener);
+    close(wake);
 }
 
 void ScriptedServer::release()
@@ -167,32 +110,15 @@ void ScriptedServer::release()
     eventfd_write(wake, 1);
 }
 
-std::size_t ScriptedServer::connections() const
-{
-    const std::lock_guard lock(mutex);
-    return all.size();
-}
-
-void ScriptedServer::waitForConnections(std::size_t count)
-{
-    const Deadline deadline;
-    std::unique_lock lock(mutex);
-    if (!changed.wait_until(lock, deadline.at(), [&] { return all.size() >= count; })) {
-        throw LimitPassed("the limit passed with " + std::to_string(all.size()) + " of " +
-                          std::to_string(count) + " connections");
-    }
-}
-
 Conversation ScriptedServer::waitFor(std::size_t number, const std::string& what,
                                      const std::function<bool(const Conversation&)>& condition)
 {
-    const Deadline deadline;
     std::unique_lock lock(mutex);
     const auto holds = [&] {
         return number < all.size() && condition(all[number]->talk);
     };
-    if (!changed.wait_until(lock, deadline.at(), holds))
-        throw LimitPassed("the limit passed while the server waited for " + what);
+    if (!changed.wait_until(lock, usualLimit(), holds))
+        throw LimitPassed("the limit passed while a server waited for " + what);
     return all[number]->talk;
 }
 
@@ -208,6 +134,11 @@ Conversation ScriptedServer::waitForClosed(std::size_t number)
                    [](const Conversation& talk) { return talk.closed; });
 }
 
+void ScriptedServer::waitForConnections(std::size_t count)
+{
+    waitFor(count - 1, "connections", [](const Conversation&) { return true; });
+}
+
 void ScriptedServer::run()
 {
     std::vector<pollfd> descriptors;
@@ -221,8 +152,8 @@ void ScriptedServer::run()
                 events |= POLLOUT;
             descriptors.push_back({connection->descriptor, events, 0});
             if (connection->descriptor >= 0 && connection->wakeAt) {
-                const auto left = std::chrono::ceil<std::chrono::milliseconds>(*connection->wakeAt -
-                                                                               Clock::now());
+                const auto left =
+                    std::chrono::ceil<Step::Delay>(*connection->wakeAt - Clock::now());
                 const int wait = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
                 timeout = timeout < 0 ? wait : std::min(timeout, wait);
             }
@@ -235,7 +166,7 @@ void ScriptedServer::run()
         eventfd_t ignored = 0;
         eventfd_read(wake, &ignored);
         for (std::size_t i = 2; i < descriptors.size(); ++i)
-            serve(*all[i - 2], descriptors[i].revents);
+            all[i - 2]->serve(descriptors[i].revents, releases);
         acceptAll();
         changed.notify_all();
     }
@@ -244,173 +175,149 @@ void ScriptedServer::run()
 void ScriptedServer::acceptAll()
 {
     for (;;) {
-        const int descriptor = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (descriptor < 0)
+        const int accepted = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (accepted < 0)
             return;
-        auto connection = std::make_unique<Connection>();
-        connection->descriptor = descriptor;
-        connection->script = &scripts[std::min(all.size(), scripts.size() - 1)];
-        all.push_back(std::move(connection));
-        serve(*all.back(), 0);
+        all.push_back(std::make_unique<Connection>(accepted, script));
+        all.back()->serve(0, releases);
     }
 }
 
-void ScriptedServer::serve(Connection& connection, short events)
+void ScriptedServer::Connection::serve(short events, std::size_t released)
 {
-    if (connection.descriptor < 0)
+    if (descriptor < 0)
         return;
     if ((events & POLLIN) != 0)
-        readInput(connection);
-    if ((events & (POLLERR | POLLHUP)) != 0 && connection.talk.peerEnded) {
+        readInput();
+    if ((events & (POLLERR | POLLHUP)) != 0 && talk.peerEnded) {
         // Both directions are over, or the peer answers with resets.
         int error = 0;
         socklen_t length = sizeof error;
-        getsockopt(connection.descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
-        connection.talk.peerReset = error != 0;
-        closeConnection(connection, false);
+        getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
+        talk.peerReset = error != 0;
+        close(false);
     }
-    while (connection.descriptor >= 0 && advance(connection)) {
-        ++connection.current;
-        connection.offset = 0;
-        connection.wakeAt.reset();
-        connection.wantsRoom = false;
+    while (descriptor >= 0 && advance(released)) {
+        ++current;
+        offset = 0;
+        wakeAt.reset();
+        wantsRoom = false;
     }
 }
 
-void ScriptedServer::readInput(Connection& connection)
+void ScriptedServer::Connection::readInput()
 {
     std::array<char, 16384> buffer;
-    for (;;) {
-        const ssize_t count = recv(connection.descriptor, buffer.data(), buffer.size(), 0);
-        if (count > 0) {
-            connection.talk.received.append(buffer.data(), static_cast<std::size_t>(count));
-            continue;
-        }
-        if (count == 0) {
-            connection.talk.peerEnded = true;
-        } else if (!wouldBlock()) {
-            connection.talk.peerReset = true;
-            closeConnection(connection, false);
-        }
-        return;
-    }
+    ssize_t count = 0;
+    while ((count = recv(descriptor, buffer.data(), buffer.size(), 0)) > 0)
+        talk.received.append(buffer.data(), static_cast<std::size_t>(count));
+    if (count == 0)
+        talk.peerEnded = true;
+    else if (errno != EAGAIN)
+        peerIsGone();
 }
 
-bool ScriptedServer::advance(Connection& connection)
+bool ScriptedServer::Connection::advance(std::size_t released)
 {
-    Conversation& talk = connection.talk;
-    if (connection.current == connection.script->size()) {
-        closeConnection(connection, false);
+    if (current == script.size()) {
+        close(false);
         return false;
     }
-    const Step& step = (*connection.script)[connection.current];
+    const Step& step = script[current];
     switch (step.kind) {
-    case Step::Kind::expect: {
-        const std::string_view come = std::string_view(talk.received).substr(connection.expected);
-        const std::size_t common = std::min(come.size(), step.text.size());
-        const bool asExpected = come.substr(0, common) == step.text.substr(0, common);
-        if (asExpected && common == step.text.size()) {
-            connection.expected += common;
-            return true;
-        }
-        if (!asExpected || talk.peerEnded) {
-            talk.failure = "expected \"" + step.text + "\" but got \"" + std::string(come) + "\"";
-            closeConnection(connection, true);
-        }
-        return false;
-    }
-    case Step::Kind::expectThrough: {
-        const std::size_t found = talk.received.find(step.text, connection.expected);
-        if (found != std::string::npos) {
-            connection.expected = found + step.text.size();
-            return true;
-        }
-        if (talk.peerEnded) {
-            talk.failure = "the peer ended before \"" + step.text + "\"";
-            closeConnection(connection, true);
-        }
-        return false;
-    }
+    case Step::Kind::expect:
+    case Step::Kind::expectThrough:
+        return hear(step);
     case Step::Kind::expectEnd:
         return talk.peerEnded;
     case Step::Kind::send:
-        return sendText(connection, step, false);
-    case Step::Kind::drip:
-    case Step::Kind::flood:
-        return sendText(connection, step, true);
+    case Step::Kind::sendForGood:
+        return say(step);
     case Step::Kind::pause:
-        if (!connection.wakeAt)
-            connection.wakeAt = Clock::now() + step.delay;
-        return Clock::now() >= *connection.wakeAt;
+        if (!wakeAt)
+            wakeAt = Clock::now() + step.delay;
+        return Clock::now() >= *wakeAt;
     case Step::Kind::waitForRelease:
-        if (releases == connection.releases)
+        if (released == releases)
             return false;
-        ++connection.releases;
+        ++releases;
         return true;
     case Step::Kind::halfClose:
-        shutdown(connection.descriptor, SHUT_WR);
+        shutdown(descriptor, SHUT_WR);
         return true;
-    case Step::Kind::close:
-        closeConnection(connection, false);
-        return false;
     case Step::Kind::reset:
-        closeConnection(connection, true);
+        close(true);
         return false;
     case Step::Kind::silence:
-        return false;
+        break;
     }
     return false;
 }
 
-bool ScriptedServer::sendText(Connection& connection, const Step& step, bool again)
+bool ScriptedServer::Connection::hear(const Step& step)
 {
+    const bool exactly = step.kind == Step::Kind::expect;
+    const std::string_view come = std::string_view(talk.received).substr(heard);
+    const std::size_t found = come.find(step.text);
+    if (found == 0 || (found != std::string_view::npos && !exactly)) {
+        heard += found + step.text.size();
+        return true;
+    }
+    if (talk.peerEnded || (exactly && !step.text.starts_with(come))) {
+        talk.failure = "expected \"" + step.text + "\" but got \"" + std::string(come) + "\"";
+        close(true);
+    }
+    return false;
+}
+
+bool ScriptedServer::Connection::say(const Step& step)
+{
+    const bool forGood = step.kind == Step::Kind::sendForGood;
     for (;;) {
-        if (connection.wakeAt) {
-            if (Clock::now() < *connection.wakeAt)
-                return false;
-            connection.wakeAt.reset();
-        }
-        if (connection.offset == step.text.size()) {
-            if (!again)
-                return true;
-            connection.offset = 0;
-        }
-        const std::size_t left = step.text.size() - connection.offset;
+        if (wakeAt && Clock::now() < *wakeAt)
+            return false;
+        wakeAt.reset();
+        if (offset == step.text.size() && !forGood)
+            return true;
+        offset %= step.text.size();
+        const std::size_t left = step.text.size() - offset;
         const std::size_t piece = step.piece == 0 ? left : std::min(left, step.piece);
-        const ssize_t count = ::send(connection.descriptor, step.text.data() + connection.offset,
-                                     piece, MSG_NOSIGNAL);
+        const ssize_t count = ::send(descriptor, step.text.data() + offset, piece, MSG_NOSIGNAL);
+        wantsRoom = count < 0;
         if (count < 0) {
-            connection.wantsRoom = wouldBlock();
-            if (!connection.wantsRoom) {
-                connection.talk.peerReset = true;
-                closeConnection(connection, false);
-            }
+            if (errno != EAGAIN)
+                peerIsGone();
             return false;
         }
-        connection.wantsRoom = false;
-        connection.offset += static_cast<std::size_t>(count);
-        connection.talk.sent += static_cast<std::uint64_t>(count);
-        if (step.delay.count() > 0 && (again || connection.offset < step.text.size()))
-            connection.wakeAt = Clock::now() + step.delay;
-        if (again) {
+        offset += static_cast<std::size_t>(count);
+        talk.sent += static_cast<std::uint64_t>(count);
+        if (step.delay.count() > 0 && (forGood || offset < step.text.size()))
+            wakeAt = Clock::now() + step.delay;
+        if (forGood) {
             // A peer that keeps up must not hold the thread here for good.
-            connection.wantsRoom = !connection.wakeAt;
+            wantsRoom = !wakeAt;
             return false;
         }
     }
 }
 
-void ScriptedServer::closeConnection(Connection& connection, bool reset)
+void ScriptedServer::Connection::close(bool reset)
 {
-    if (connection.descriptor < 0)
+    if (descriptor < 0)
         return;
     if (reset) {
         const linger atOnce = {1, 0};
-        setsockopt(connection.descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+        setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
     }
-    ::close(connection.descriptor);
-    connection.descriptor = -1;
-    connection.talk.closed = true;
+    ::close(descriptor);
+    descriptor = -1;
+    talk.closed = true;
+}
+
+void ScriptedServer::Connection::peerIsGone()
+{
+    talk.peerReset = true;
+    close(false);
 }
 
 RefusingPort::RefusingPort() : descriptor(boundSocket(&number))
@@ -418,41 +325,24 @@ RefusingPort::RefusingPort() : descriptor(boundSocket(&number))
 
 RefusingPort::~RefusingPort()
 {
-    ::close(descriptor);
+    close(descriptor);
 }
 
+// A queue of length 0 has room for one connection. Once that stands, the kernel drops all further
+// attempts.
 SilentPort::SilentPort()
 {
-    listener = boundSocket(&number);
-    checked(listen(listener, 0), "listen");
+    checked(listen(descriptor, 0), "listen");
     sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(number);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-
-    // A queue of length 0 has room for one connection. Once the first one stands, the kernel
-    // drops all further attempts; the second is to make sure of that.
-    for (int i = 0; i < 2; ++i) {
-        const int filler =
-            checked(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket");
-        fillers.push_back(filler);
-        const int result = connect(filler, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        if (result < 0 && errno != EINPROGRESS)
-            checked(result, "connect");
-        if (i == 0) {
-            const Deadline deadline;
-            pollfd established = {filler, POLLOUT, 0};
-            while (poll(&established, 1, deadline.remaining("the first connection")) <= 0) {
-            }
-        }
-    }
+    socklen_t length = sizeof address;
+    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
+    filler = checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
+    checked(connect(filler, reinterpret_cast<sockaddr*>(&address), length), "connect");
 }
 
 SilentPort::~SilentPort()
 {
-    for (const int filler : fillers)
-        ::close(filler);
-    ::close(listener);
+    close(filler);
 }
 
 }  // namespace support

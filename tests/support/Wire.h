@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 namespace support {
@@ -18,7 +17,7 @@ class Encoder {
 public:
     Encoder& int32(std::int64_t value) { return number(static_cast<std::uint64_t>(value), 4); }
     Encoder& int64(std::int64_t value) { return number(static_cast<std::uint64_t>(value), 8); }
-    Encoder& text(std::string_view value);
+    Encoder& text(std::string_view value) { return number(value.size(), 8).raw(value); }
     Encoder& raw(std::string_view value);
     Encoder& identifier(const std::vector<std::uint32_t>& path);
     const std::string& bytes() const { return encoded; }
@@ -37,23 +36,13 @@ struct Setting {
 
 Setting textSetting(std::uint32_t key, std::string_view value);
 Setting boolSetting(std::uint32_t key, bool value);
-Setting enumSetting(std::uint32_t key, std::uint32_t type, std::uint32_t value);
 Setting nullBoolSetting(std::uint32_t key);  // a property that has no value
 Setting absentSetting(std::uint32_t key);    // a key without a property
-
-namespace event {
-inline constexpr std::int32_t logLine = 4;
-inline constexpr std::int32_t checkRequest = 134;
-inline constexpr std::int32_t checkResult = 135;
-}  // namespace event
-
-// 127.0.0.1, in the order of its bytes on the wire.
-inline constexpr std::string_view loopback{"\x7F\x00\x00\x01", 4};
 
 // A check request. The defaults ask for a generic TCP check on loopback without thresholds.
 struct Request {
     std::string host = "a";
-    std::string addr{loopback};
+    std::string addr{"\x7F\x00\x00\x01", 4};  // in the order of its bytes on the wire
     std::vector<std::uint32_t> id = {1, 2};
     std::int32_t service = 6;
     std::uint32_t port = 0;
@@ -62,48 +51,36 @@ struct Request {
     std::int32_t alertIfAbove = 0;
     std::string libssl = {};
     std::vector<Setting> properties = {};
-    std::int32_t dest = 3;
-    std::int32_t inresponse = 7;
 
-    std::string encode() const;
+    std::string encode() const;  // with dest 3 and inresponse 7
 };
 
 // The header of a frame: what follows is its payload.
 std::string frameHeader(std::int32_t number, std::int32_t dest, std::int32_t inresponse,
                         std::int32_t exception);
 
-struct LogLine {
-    std::string text;
-    std::int32_t type = 0;
-};
-
 struct CheckResult {
     std::int64_t ctime = 0;
-    std::vector<std::uint32_t> check_id;
+    std::vector<std::uint32_t> check_id = {};
     std::int32_t result = 0;
     std::int32_t replytime = 0;
     std::uint32_t attempts = 0;
-    std::vector<std::string> result_strings;
+    std::vector<std::string> result_strings = {};
+
+    std::string encode() const;
 };
 
-// A frame that the worker has sent.
+// A frame that the worker has sent: a result, or a log line.
 struct Frame {
-    std::int32_t number = 0;
     std::int32_t dest = 0;
     std::int32_t inresponse = 0;
-    std::variant<LogLine, CheckResult> payload;
+    std::optional<CheckResult> result;
+    std::string line;  // of the transcript: "0 netcheck is alive", "result 9"
     std::string bytes;
-
-    const LogLine* logLine() const { return std::get_if<LogLine>(&payload); }
-    const CheckResult* result() const { return std::get_if<CheckResult>(&payload); }
 };
 
 // Takes the first frame off `bytes`; nothing if it isn't whole yet. Throws std::runtime_error for
 // what no worker may send.
 std::optional<Frame> takeFrame(std::string* bytes);
-
-// The line of a transcript: "0 netcheck is alive", "1024 TCP connection closed", "result 9".
-std::string transcriptLine(const Frame& frame);
-std::vector<std::string> transcript(const std::vector<Frame>& frames);
 
 }  // namespace support
