@@ -204,9 +204,9 @@ TEST(Netcheckctl, ReportsADeadWorkerAndTriesOnceMore)
             for (const std::string& line : one.words)
                 report.append("    ").append(line).append("\n");
             const ProcessEnd end = check({"--worker", worker.path(), discard});
-            EXPECT_EQ(end.errors,
-                      report + "netcheckctl: 1 check in progress is sent again to a new worker\n" +
-                          report);
+            std::string twice = report;
+            twice.append("netcheckctl: 1 check in progress is sent again to a new worker\n");
+            EXPECT_EQ(end.errors, twice.append(report));
             EXPECT_EQ(std::filesystem::file_size(worker.file("starts")), 2U);
             EXPECT_EQ(rowOf(end.output, discard),
                       "NO RESULT                -  the worker " + one.ending +
