@@ -71,6 +71,19 @@ void NetCheck::readProperty(std::uint32_t number, bool& value) const
         tql::getBool(*property, value);
 }
 
+void NetCheck::readProperty(std::uint32_t number, std::string& value) const
+{
+    if (const tql::property_t* property = findProperty(number))
+        tql::getString(*property, value);
+}
+
+void NetCheck::readProperty(std::uint32_t number, std::uint32_t& value,
+                            std::uint32_t enumType) const
+{
+    if (const tql::property_t* property = findProperty(number))
+        tql::getEnum(*property, value, enumType);
+}
+
 void NetCheck::connect(std::unique_ptr<io::SocketConnector>& connector)
 {
     try {
@@ -96,15 +109,23 @@ std::int32_t judgeReplyTime(std::int64_t replyTime, std::int32_t warnIfAbove,
     return services::RESULT_OK;
 }
 
+bool takePiece(std::string_view* text, std::string_view delimiter, std::string_view* piece)
+{
+    while (!text->empty()) {
+        const std::size_t end = delimiter.empty() ? text->npos : text->find(delimiter);
+        *piece = text->substr(0, end);
+        text->remove_prefix(end == text->npos ? text->size() : end + delimiter.size());
+        if (!piece->empty())
+            return true;
+    }
+    return false;
+}
+
 std::list<std::string> tokenize_reply(std::string_view text, std::string_view delimiter)
 {
     std::list<std::string> pieces;
-    while (!text.empty()) {
-        const std::size_t end = delimiter.empty() ? text.npos : text.find(delimiter);
-        const std::string_view piece = text.substr(0, end);
-        if (!piece.empty())
-            pieces.emplace_back(piece);
-        text.remove_prefix(end == text.npos ? text.size() : end + delimiter.size());
-    }
+    std::string_view piece;
+    while (takePiece(&text, delimiter, &piece))
+        pieces.emplace_back(piece);
     return pieces;
 }

@@ -73,8 +73,10 @@ protected:
     // check then stays in place.
     const tql::property_t* findProperty(std::uint32_t number) const;
 
-    // Sets `value` from the property, if there is one. Throws errors::tql for another type.
+    // Set `value` from the property, if there is one. Throw errors::tql for another type.
     void readProperty(std::uint32_t number, bool& value) const;
+    void readProperty(std::uint32_t number, std::string& value) const;
+    void readProperty(std::uint32_t number, std::uint32_t& value, std::uint32_t enumType) const;
 
     // Starts to connect to the target and registers the connector. Ends the check if there is no
     // socket to be had: nothing may follow on the caller's path.
@@ -97,6 +99,8 @@ protected:
     StopWatch stopWatch;
 
 private:
+    friend class Exchange;
+
     // Stops the stop-watch and stores the reply time. Gives it in milliseconds.
     std::int64_t measureReplyTime();
 };
@@ -105,6 +109,10 @@ private:
 // none, and equality is no excess.
 std::int32_t judgeReplyTime(std::int64_t replyTime, std::int32_t warnIfAbove,
                             std::int32_t alertIfAbove);
+
+// Takes the next piece off a text that is cut at every occurrence of the whole delimiter. Empty
+// pieces are passed over. False: there is none left.
+bool takePiece(std::string_view* text, std::string_view delimiter, std::string_view* piece);
 
 // Cuts a reply at every occurrence of the whole delimiter. Empty pieces are dropped; what follows
 // the last delimiter is a piece, too.

@@ -1,7 +1,11 @@
 #include "checks/ParentHandler.h"
 
+#include "checks/FTPNetCheck.h"
 #include "checks/GenTCPNetCheck.h"
+#include "checks/IMAPNetCheck.h"
 #include "checks/NetCheck.h"
+#include "checks/POP3NetCheck.h"
+#include "checks/SMTPNetCheck.h"
 #include "common/assertion.h"
 #include "common/log.h"
 #include "common/text.h"
@@ -36,7 +40,11 @@ struct CheckType {
 };
 
 const CheckType checkTypes[] = {
+    {services::SERVICE_SMTP, make<SMTPNetCheck>},
+    {services::SERVICE_POP3, make<POP3NetCheck>},
     {services::SERVICE_TCP, make<GenTCPNetCheck>},
+    {services::SERVICE_FTP, make<FTPNetCheck>},
+    {services::SERVICE_IMAP, make<IMAPNetCheck>},
 };
 
 MakeCheck findCheckType(std::int32_t service)

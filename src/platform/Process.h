@@ -1,4 +1,4 @@
-// Child processes, interrupts and name look-ups, for programs that run workers.
+// Child processes, interrupts, names and the terminal: what programs ask of their surroundings.
 #pragma once
 
 #include "platform/Overlapped.h"
@@ -45,6 +45,9 @@ const char* signalName(int signal);  // "SIGSEGV" and so on; "signal" for an unk
 // All IPv4 addresses of a host name or dotted address, in the resolver's order, network byte
 // order. Empty with `*why` filled if there are none.
 std::vector<std::uint32_t> resolveIpv4(const std::string& host, std::string* why);
+
+// The name of this computer; false if it can't be told.
+bool hostName(std::string* name);
 
 bool standardOutputIsTerminal();
 bool standardErrorIsTerminal();

@@ -1,4 +1,4 @@
-// What a program for people asks of its surroundings: addresses of names, and the terminal.
+// What a program asks of its surroundings: addresses of names, its own, and the terminal.
 
 #include "platform/Process.h"
 
@@ -36,6 +36,17 @@ std::vector<std::uint32_t> resolveIpv4(const std::string& host, std::string* why
     if (addresses.empty())
         *why = "no address";
     return addresses;
+}
+
+bool hostName(std::string* name)
+{
+    char buffer[1024];
+    if (gethostname(buffer, sizeof buffer) != 0)
+        return false;
+    // A name that was cut has no zero byte.
+    buffer[sizeof buffer - 1] = '\0';
+    *name = buffer;
+    return true;
 }
 
 bool standardOutputIsTerminal()
