@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <utility>
 
 namespace {
 
@@ -208,16 +209,16 @@ void DNSNetCheck::receive()
         log("Reading DNS server reply", logTrace);
     selector->remove(&socket->receiver);
 
-    std::optional<std::string> failure;
+    std::string failure;
     char* data = nullptr;
     std::uint64_t count = 0;
     try {
         count = socket->receiver.readBegin(&data);
     } catch (const error::Exception& e) {
-        failure = e.text();
+        failure = "readBegin fails: " + e.text();
     }
-    if (failure) {
-        log("readBegin fails: " + *failure, logOrdinary);
+    if (!failure.empty()) {
+        log(failure, logOrdinary);
         finishWith(services::RESULT_CONNECT_FAILED);
         return;
     }

@@ -1,5 +1,6 @@
 #include "checks/ParentHandler.h"
 
+#include "checks/DNSNetCheck.h"
 #include "checks/FTPNetCheck.h"
 #include "checks/GenTCPNetCheck.h"
 #include "checks/IMAPNetCheck.h"
@@ -40,6 +41,7 @@ struct CheckType {
 };
 
 const CheckType checkTypes[] = {
+    {services::SERVICE_DNS, make<DNSNetCheck>},
     {services::SERVICE_SMTP, make<SMTPNetCheck>},
     {services::SERVICE_POP3, make<POP3NetCheck>},
     {services::SERVICE_TCP, make<GenTCPNetCheck>},
