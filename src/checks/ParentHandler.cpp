@@ -3,6 +3,7 @@
 #include "checks/DNSNetCheck.h"
 #include "checks/FTPNetCheck.h"
 #include "checks/GenTCPNetCheck.h"
+#include "checks/HTTPNetCheck.h"
 #include "checks/IMAPNetCheck.h"
 #include "checks/NetCheck.h"
 #include "checks/POP3NetCheck.h"
@@ -41,6 +42,7 @@ struct CheckType {
 };
 
 const CheckType checkTypes[] = {
+    {services::SERVICE_HTTP, make<HTTPNetCheck>},
     {services::SERVICE_DNS, make<DNSNetCheck>},
     {services::SERVICE_SMTP, make<SMTPNetCheck>},
     {services::SERVICE_POP3, make<POP3NetCheck>},

@@ -1,0 +1,195 @@
+// Sets of states of a program, one bit a state, and how a set follows a text.
+//
+// SmallSet is a single word and serves programs of fewer than 33 states; LargeSet is an array.
+// All that walks over a text is written once, over either.
+#pragma once
+
+#include "common/regexProgram.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace regex {
+
+inline constexpr std::size_t mostSmallStates = 32;
+
+class SmallSet {
+public:
+    explicit SmallSet(const RegexProgram&) {}
+
+    void clear() { word = 0; }
+    bool isEmpty() const { return word == 0; }
+    bool has(std::uint32_t state) const { return (word >> state & 1) != 0; }
+    void add(std::uint32_t state) { word |= 1U << state; }
+    void remove(std::uint32_t state) { word &= ~(1U << state); }
+    void add(const SmallSet& other) { word |= other.word; }
+    void keep(const SmallSet& other) { word &= other.word; }
+    bool meets(const std::vector<std::uint64_t>& mask) const { return (word & mask[0]) != 0; }
+
+    // To the states behind those that are in `readers`; and back.
+    void advance(const std::uint64_t* readers)
+    {
+        word = (word & static_cast<std::uint32_t>(readers[0])) << 1;
+    }
+    void retreat(const std::uint64_t* readers)
+    {
+        word = word >> 1 & static_cast<std::uint32_t>(readers[0]);
+    }
+
+    template <class Action>
+    void forEach(const std::vector<std::uint64_t>& mask, Action action) const
+    {
+        for (std::uint32_t left = word & static_cast<std::uint32_t>(mask[0]); left != 0;
+             left &= left - 1)
+            action(static_cast<std::uint32_t>(std::countr_zero(left)));
+    }
+
+    void save(std::uint64_t* to) const { *to = word; }
+    void load(const std::uint64_t* from) { word = static_cast<std::uint32_t>(*from); }
+
+private:
+    std::uint32_t word = 0;
+};
+
+class LargeSet {
+public:
+    explicit LargeSet(const RegexProgram& program) : array(program.words) {}
+
+    void clear() { std::fill(array.begin(), array.end(), 0); }
+    bool isEmpty() const
+    {
+        return std::all_of(array.begin(), array.end(),
+                           [](std::uint64_t word) { return word == 0; });
+    }
+    bool has(std::uint32_t state) const { return (array[state / 64] >> state % 64 & 1) != 0; }
+    void add(std::uint32_t state) { array[state / 64] |= std::uint64_t{1} << state % 64; }
+    void remove(std::uint32_t state) { array[state / 64] &= ~(std::uint64_t{1} << state % 64); }
+    void add(const LargeSet& other)
+    {
+        for (std::size_t i = 0; i < array.size(); ++i)
+            array[i] |= other.array[i];
+    }
+    void keep(const LargeSet& other)
+    {
+        for (std::size_t i = 0; i < array.size(); ++i)
+            array[i] &= other.array[i];
+    }
+    bool meets(const std::vector<std::uint64_t>& mask) const
+    {
+        for (std::size_t i = 0; i < array.size(); ++i) {
+            if ((array[i] & mask[i]) != 0)
+                return true;
+        }
+        return false;
+    }
+
+    void advance(const std::uint64_t* readers)
+    {
+        std::uint64_t carry = 0;
+        for (std::size_t i = 0; i < array.size(); ++i) {
+            const std::uint64_t word = array[i] & readers[i];
+            array[i] = word << 1 | carry;
+            carry = word >> 63;
+        }
+    }
+    void retreat(const std::uint64_t* readers)
+    {
+        std::uint64_t carry = 0;
+        for (std::size_t i = array.size(); i-- > 0;) {
+            const std::uint64_t word = array[i];
+            array[i] = (word >> 1 | carry) & readers[i];
+            carry = word << 63;
+        }
+    }
+
+    template <class Action>
+    void forEach(const std::vector<std::uint64_t>& mask, Action action) const
+    {
+        for (std::size_t i = 0; i < array.size(); ++i) {
+            for (std::uint64_t left = array[i] & mask[i]; left != 0; left &= left - 1)
+                action(static_cast<std::uint32_t>(i * 64) +
+                       static_cast<std::uint32_t>(std::countr_zero(left)));
+        }
+    }
+
+    void save(std::uint64_t* to) const { std::copy(array.begin(), array.end(), to); }
+    void load(const std::uint64_t* from) { std::copy_n(from, array.size(), array.begin()); }
+
+private:
+    std::vector<std::uint64_t> array;
+};
+
+// Adds to a set what its states reach without reading a byte. Between two bytes come the silent
+// states; assertions are passed only where the gap is known.
+template <class Set>
+class Closure {
+public:
+    explicit Closure(const RegexProgram& theProgram) : program(theProgram) {}
+
+    // The state itself and what lies behind it. Nothing is looked for behind `last`.
+    void add(Set& set, std::uint32_t state, const Gap* gap = nullptr, std::uint32_t last = none)
+    {
+        open.push_back(state);
+        addOpen(set, gap, last);
+    }
+
+    // What lies behind the silent states that advance() has come to.
+    void complete(Set& set)
+    {
+        set.forEach(program.silent, [&](std::uint32_t number) { addBehind(set, number); });
+    }
+
+    // What lies behind the assertions of a set that is complete but for them.
+    void pass(Set& set, const Gap& gap)
+    {
+        set.forEach(program.asserting, [&](std::uint32_t number) { addBehind(set, number, &gap); });
+    }
+
+    // Both at once.
+    void complete(Set& set, const Gap& gap, std::uint32_t last)
+    {
+        const auto follow = [&](std::uint32_t number) {
+            if (number != last)
+                addBehind(set, number, &gap, last);
+        };
+        set.forEach(program.silent, follow);
+        set.forEach(program.asserting, follow);
+    }
+
+private:
+    void addBehind(Set& set, std::uint32_t number, const Gap* gap = nullptr,
+                   std::uint32_t last = none)
+    {
+        openBehind(number, gap);
+        addOpen(set, gap, last);
+    }
+
+    void addOpen(Set& set, const Gap* gap, std::uint32_t last)
+    {
+        while (!open.empty()) {
+            const std::uint32_t number = open.back();
+            open.pop_back();
+            if (set.has(number))
+                continue;
+            set.add(number);
+            if (number != last)
+                openBehind(number, gap);
+        }
+    }
+
+    void openBehind(std::uint32_t number, const Gap* gap)
+    {
+        const State& state = program.states[number];
+        if (state.kind == StateKind::jump || state.kind == StateKind::split)
+            open.push_back(state.value);
+        if (state.kind == StateKind::split ||
+            (state.kind == StateKind::assertion && gap != nullptr &&
+             gap->allows(static_cast<Assertion>(state.value))))
+            open.push_back(number + 1);
+    }
+
+    const RegexProgram& program;
+    std::vector<std::uint32_t> open;
+};
+
+}  // namespace regex
