@@ -2,8 +2,12 @@
 
 #include "common/text.h"
 #include "platform/Process.h"
+#include "queues/records/services.h"
+#include "types/vocabulary.h"
 
+#include <algorithm>
 #include <map>
+#include <string_view>
 
 namespace parent {
 
@@ -23,6 +27,36 @@ LookedUp lookUp(const std::string& host)
     else if (found.unresolved.empty())
         found.unresolved = "no IPv4 address";
     return found;
+}
+
+// A text of IMAP: as it is if nothing in it has a meaning there, else in quotes (RFC 9051, 4.3
+// and the rules "astring" and "quoted" of section 9).
+std::string imapText(const std::string& text)
+{
+    const bool plain = std::all_of(text.begin(), text.end(), [](unsigned char byte) {
+        return byte > 0x20 && byte < 0x7F &&
+               std::string_view("(){%*\"\\").find(static_cast<char>(byte)) ==
+                   std::string_view::npos;
+    });
+    if (plain && !text.empty())
+        return text;
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\')
+            quoted += '\\';
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+
+void setLogin(const Target& target, tql::property_map* properties)
+{
+    const std::string password = target.password.value_or("");
+    const bool imap = target.kind->service == services::SERVICE_IMAP;
+    setProperty(properties, tql::property_string_t(tql::property::user,
+                                                   imap ? imapText(target.user) : target.user));
+    setProperty(properties, tql::property_string_t(tql::property::checkPassword,
+                                                   imap ? imapText(password) : password));
 }
 
 }  // namespace
@@ -54,6 +88,10 @@ remcheck::remcheck_conf Check::request(std::uint32_t id) const
     conf.warnIfAbove = warnIfAbove;
     conf.alertIfAbove = alertIfAbove;
     conf.properties = target.properties;
+    if (!target.user.empty())
+        setLogin(target, &conf.properties);
+    if (target.kind->path == TargetPath::url)
+        setHttpProperties(target, http, &conf.properties);
     return conf;
 }
 

@@ -1,6 +1,7 @@
 // One check to be made: a target with its address and thresholds.
 #pragma once
 
+#include "parent/HttpOptions.h"
 #include "parent/Target.h"
 #include "queues/records/remcheck.h"
 
@@ -12,6 +13,7 @@ namespace parent {
 
 struct Check {
     Target target;
+    HttpOptions http;               // for targets with a URL
     std::uint32_t address = 0;      // network byte order
     std::string unresolved;         // why the host has no address; empty if it has one
     std::int32_t warnIfAbove = 0;   // milliseconds; below 1: no threshold
@@ -22,7 +24,8 @@ struct Check {
     // After how many milliseconds the worker gives the check up: alertIfAbove and 10 seconds.
     // Can be below 0.
     std::int64_t limitMs() const;
-    // What the worker is asked for. `id` is what its answer carries.
+    // What the worker is asked for. `id` is what its answer carries. User and password for IMAP
+    // go out in quotes where they need them, for the worker sends both as they are.
     remcheck::remcheck_conf request(std::uint32_t id) const;
 };
 

@@ -2,6 +2,7 @@
 
 #include "common/errors.h"
 #include "common/text.h"
+#include "parent/CheckOptions.h"
 #include "parent/Demo.h"
 #include "parent/Report.h"
 #include "parent/Run.h"
@@ -18,7 +19,9 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace parent {
@@ -33,6 +36,7 @@ struct Arguments {
     std::vector<std::string> targets;
     std::int32_t warnIfAbove = 0;
     std::int32_t alertIfAbove = 0;
+    CheckOptions checkOptions;
     Format format = Format::table;
     bool verbose = false;
     std::uint32_t rounds = 1;
@@ -122,7 +126,7 @@ std::vector<Check> parseTargets(const Arguments& arguments, std::vector<std::str
             check.alertIfAbove = arguments.alertIfAbove;
             checks.push_back(std::move(check));
         } catch (const error::EParseError& e) {
-            reasons->push_back(shown(text) + ": " + e.text());
+            reasons->push_back(shown(withoutPassword(text)) + ": " + e.text());
         }
     }
     return checks;
@@ -141,6 +145,13 @@ int runCheck(const Arguments& arguments, Console& console)
         makeReport(arguments.format, std::cout, console, wantsColour());
     std::vector<std::string> reasons;
     std::vector<Check> checks = parseTargets(arguments, &reasons);
+    std::vector<std::string> notes;
+    // With a target missing, an option could seem to go with none.
+    if (reasons.empty()) {
+        OptionsVerdict verdict = applyOptions(arguments.checkOptions, &checks);
+        reasons = std::move(verdict.reasons);
+        notes = std::move(verdict.notes);
+    }
     RunSettings settings;
     settings.worker = arguments.worker.empty() ? findWorker() : arguments.worker;
     if (settings.worker.empty())
@@ -149,6 +160,8 @@ int runCheck(const Arguments& arguments, Console& console)
         report->refuse(reasons);
         return unusable;
     }
+    for (const std::string& note : notes)
+        console.message(note);
     settings.rounds = arguments.rounds;
     settings.interval = Time(arguments.interval);
     settings.verbose = arguments.verbose;
@@ -185,24 +198,45 @@ bool readFormat(const std::string& text, Format* format)
     return found != formats.end();
 }
 
+std::string tlsKinds()
+{
+    std::string names;
+    for (const TargetKind& kind : targetKinds()) {
+        if (kind.tls)
+            names += (names.empty() ? "" : ", ") + std::string(kind.name);
+    }
+    return names;
+}
+
 std::string checkFooter()
 {
     std::string forms;
     for (const TargetKind& kind : targetKinds())
         forms += "  " + kind.form() + "\n";
     return "Targets:\n" + forms +
-           "HOST is an IPv4 address or a name, whose first IPv4 address is taken. A name that\n"
-           "doesn't resolve is a result of its own, RESOLVE FAILED; the other targets are "
-           "checked.\n"
-           "\n"
-           "A check ends after the --alert time and 10 s at the latest, with TIMEOUT.\n"
-           "\n"
-           "Exit codes:\n"
-           "  0    all OK\n"
-           "  1    at the worst a WARNING\n"
-           "  2    an ALERT, or a service that failed; this outweighs what is unknown\n"
-           "  3    unknown: no result, a name that doesn't resolve, wrong arguments, no worker\n"
-           "  130  interrupted (format plugin: 3)\n";
+           R"(HOST is an IPv4 address or a name, whose first IPv4 address is taken. A name that
+doesn't resolve is a result of its own, RESOLVE FAILED; the other targets are checked.
+NAME is what the DNS server is asked for, www.example.com if not given; with expect=,
+the address that it answers must be one of those.
+USER and PASSWORD take percent escapes, and need them for "%", "/", "?", "#", "@", and
+USER for ":". Line ends are refused. What IMAP wants in quotes is sent in quotes. With
+USER alone, the password is that of --password-file, or empty. Reports show it as ***.
+PATH and QUERY go to the server as they stand, "#..." doesn't. But for HTTP/1.1 the worker
+sorts the query: a change is told, and a URL that would lose something is refused.
+With TLS, for )" +
+           tlsKinds() +
+           R"(, any certificate is accepted.
+
+A check ends after the --alert time and 10 s at the latest, with TIMEOUT.
+What a service said that led to BAD REPLY shows with --verbose.
+
+Exit codes:
+  0    all OK
+  1    at the worst a WARNING
+  2    an ALERT, or a service that failed; this outweighs what is unknown
+  3    unknown: no result, a name that doesn't resolve, wrong arguments, no worker
+  130  interrupted (format plugin: 3)
+)";
 }
 
 void addOptions(CLI::App& check, Arguments* arguments)
@@ -242,6 +276,42 @@ void addOptions(CLI::App& check, Arguments* arguments)
         ->check(decimalNumber(maximumInterval, "number of seconds"));
 }
 
+void addCheckOptions(CLI::App& check, CheckOptions* options)
+{
+    const struct {
+        const char* name;
+        const char* type;
+        std::string help;
+        std::optional<std::string>* value;
+    } all[] = {
+        {"--http-version", "1.0|1.1",
+         urlKinds() + ": 1.1 if not given; 1.0 sends no headers, so a server of many sites can't "
+                      "tell which is meant",
+         &options->httpVersion},
+        {"--status-regex", "REGEX",
+         urlKinds() + ": what the digits of the status must match (POSIX extended); ^2.. if not "
+                      "given",
+         &options->statusRegex},
+        {"--content-regex", "REGEX",
+         urlKinds() + ": what the whole reply must match, headers included, up to 1 MiB",
+         &options->contentRegex},
+        {"--user-agent", "TEXT", urlKinds() + ": the User-Agent header; none if not given",
+         &options->userAgent},
+        {"--host-header", "HOST[:PORT]", urlKinds() + ": the Host header in place of the target's",
+         &options->hostHeader},
+        {"--password-file", "FILE",
+         loginKinds() + ": its first line is the password of each target that names a user alone",
+         &options->passwordFile},
+    };
+    for (const auto& one : all) {
+        std::optional<std::string>* const value = one.value;
+        check
+            .add_option_function<std::string>(
+                one.name, [value](const std::string& text) { *value = text; }, one.help)
+            ->type_name(one.type);
+    }
+}
+
 void addCommonOptions(CLI::App& command, Arguments* arguments)
 {
     command.add_flag("--verbose", arguments->verbose,
@@ -277,11 +347,13 @@ int runCommandLine(int argc, char** argv)
     app.set_version_flag("--version", std::string("netcheckctl ") + NETCHECK_VERSION);
     app.require_subcommand(1);
     app.failure_message([](const CLI::App*, const CLI::Error& e) {
-        return "netcheckctl: " + shown(e.what()) +
+        // A target can have got into the place of a value.
+        return "netcheckctl: " + shown(withoutPassword(e.what())) +
                "\nTry 'netcheckctl --help' or 'netcheckctl check --help'.\n";
     });
     CLI::App* const check = app.add_subcommand("check", "Checks targets");
     addOptions(*check, &arguments);
+    addCheckOptions(*check, &arguments.checkOptions);
     addCommonOptions(*check, &arguments);
     check->footer(checkFooter());
     CLI::App* const demo = app.add_subcommand(

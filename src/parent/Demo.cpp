@@ -1,227 +1,144 @@
 #include "parent/Demo.h"
 
-#include "common/errors.h"
 #include "common/text.h"
+#include "parent/DemoDialogue.h"
+#include "parent/DemoNameServer.h"
+#include "parent/DemoTls.h"
 #include "parent/Report.h"
 #include "parent/Run.h"
-#include "platform/Overlapped.h"
 
 #include <algorithm>
-#include <cstring>
-#include <list>
+#include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace parent {
 
 namespace {
 
-enum class Play {
-    refuses,  // nobody listens at the port
-    closes,   // accepts, greets, and closes in order
-    resets,   // takes the connection and breaks it
-    stays,    // accepts and never closes
+// ---- What the services play ----------------------------------------------------------------
+
+using Play = DemoScript::Play;
+
+const DemoStep slowClose[] = {{nullptr, "", "", 300}};
+
+const DemoStep mail[] = {
+    {nullptr, "220 mail.example.com ready\r\n"},
+    {"HELO ", "250 mail.example.com\r\n"},
+    {"VRFY ", "252 I can't say, but will take your mail\r\n", "221 no mail to verify, bye\r\n"},
+    {"QUIT", "221 bye\r\n"},
 };
 
-struct ServiceScript {
-    const char* name;  // by which a check finds it
-    const char* greeting;
-    Play play;
-    std::int32_t afterMs;  // how long it waits before it closes or resets; 0: not at all
+const DemoStep slowMail[] = {
+    {nullptr, "220-mail2.example.com\r\n220 is busy\r\n"},
+    {"HELO ", "250 mail2.example.com\r\n", "", 300},
+    {"QUIT", "221 bye\r\n"},
 };
 
-// The reset comes late enough that the connection has long been made by then.
-const ServiceScript serviceScripts[] = {
-    {"quick", "", Play::closes, 0},  {"greeting", "220 ready when you are\r\n", Play::closes, 0},
-    {"slow", "", Play::closes, 300}, {"deaf", "", Play::refuses, 0},
-    {"rude", "", Play::resets, 500}, {"endless", "", Play::stays, 0},
+const DemoStep files[] = {
+    {nullptr, "220 files.example.com ready\r\n"},
+    {"USER ", "331 and the password?\r\n", "530 log in first\r\n"},
+    {"PASS secret", "230 welcome\r\n", "530 wrong password\r\n"},
+    {"QUIT", "221 bye\r\n"},
 };
+
+const DemoStep web[] = {
+    {"GET /index.html",
+     "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n"
+     "<html><title>Status</title><p>All systems are green.</p></html>\r\n",
+     "HTTP/1.1 404 Not Found\r\nContent-Type: text/plain\r\nConnection: close\r\n\r\n"
+     "There is no such page.\r\n"},
+};
+
+const DemoStep mailbox[] = {
+    {nullptr, "+OK mailbox of example.com\r\n"},
+    {"USER anna", "+OK\r\n", "-ERR who is that?\r\n"},
+    {"PASS secret", "+OK 2 messages\r\n", "-ERR wrong password\r\n"},
+    {"QUIT", "+OK bye\r\n"},
+};
+
+const DemoStep brokenMailbox[] = {
+    {nullptr, "+OK mailbox of example.com\r\n"},
+    {"USER anna", ""},
+};
+
+const DemoStep folders[] = {
+    {nullptr, "* OK folders of example.com\r\n"},
+    {"0 LOGIN anna secret", "0 OK welcome\r\n", "0 NO wrong password\r\n"},
+    {"0 LOGOUT", "* BYE\r\n0 OK bye\r\n"},
+};
+
+const DemoScript scripts[] = {
+    {"quick", {}},
+    {"slow", slowClose},
+    {"deaf", {}, Play::refuses},
+    {"rude", {}, Play::resets},
+    {"endless", {}, Play::stays},
+    {"mail", mail},
+    {"slow mail", slowMail},
+    {"files", files},
+    {"web", web, Play::closes, false, "\r\n\r\n"},
+    {"web, TLS", web, Play::closes, true, "\r\n\r\n"},
+    {"mailbox", mailbox},
+    {"mailbox, TLS", mailbox, Play::closes, true},
+    {"broken mailbox", brokenMailbox},
+    {"folders", folders},
+    {"folders, TLS", folders, Play::closes, true},
+};
+
+const char* const nameServer = "names";
+const DemoName names[] = {
+    {"www.example.com", "web.example.com", {}},
+    {"web.example.com", nullptr, {192, 0, 2, 1}},
+};
+
+// ---- What is checked -----------------------------------------------------------------------
 
 struct CheckScript {
     const char* service;
-    const char* kind;
-    const char* query;
-    std::int32_t warnIfAbove;
-    std::int32_t alertIfAbove;
+    const char* front;  // of the target, up to the address
+    const char* rest;   // of the target, behind the port
     std::int32_t expected;
     const char* story;
+    std::int32_t warnIfAbove = 0;
+    std::int32_t alertIfAbove = 0;
+    const char* content = "";  // pattern for what a web server sends
 };
 
 // A threshold of less than nothing is none, but shortens the time limit, here to one second.
 constexpr std::int32_t oneSecondLimit = -9000;
 
 const CheckScript checkScripts[] = {
-    {"quick", "tcp", "", 0, 0, services::RESULT_OK, "accepts, and closes at once"},
-    {"greeting", "tcp", "", 0, 0, services::RESULT_OK, "says something first, then closes"},
-    {"slow", "tcp", "", 100, 0, services::RESULT_WARNING, "closes after 300 ms, warning above 100"},
-    {"slow", "tcp", "", 50, 200, services::RESULT_ALERT, "closes after 300 ms, alert above 200"},
-    {"deaf", "tcp", "", 0, 0, services::RESULT_CONNECT_FAILED, "refuses the connection"},
-    {"rude", "tcp", "", 0, 0, services::RESULT_CLOSE_FAILED, "accepts, and breaks the connection"},
-    {"endless", "tcp", "?connClose=false", 0, 0, services::RESULT_OK, "never closes, and need not"},
-    {"endless", "tcp", "", 0, oneSecondLimit, services::RESULT_TIMEOUT,
-     "never closes, but should within 1 s"},
-};
-
-std::uint32_t loopback()
-{
-    const unsigned char bytes[] = {127, 0, 0, 1};
-    std::uint32_t address = 0;
-    std::memcpy(&address, bytes, sizeof address);
-    return address;
-}
-
-[[noreturn]] void failService(const char* what)
-{
-    throwSystemError(static_cast<std::uint32_t>(platform::wsaGetLastError()),
-                     std::string("a service of the demo can't ") + what);
-}
-
-// A service that plays its script on each connection.
-class Service final : public Attendant {
-public:
-    Service(MainSelector& mainSelector, const ServiceScript& whatToPlay)
-        : selector(mainSelector),
-          script(whatToPlay),
-          listener(open()),
-          newConnections("connections to the demo", platform::acceptReady(listener))
-    {
-        watching = script.play != Play::refuses;
-        if (watching)
-            selector.add(&newConnections, this);
-    }
-
-    ~Service()
-    {
-        closeListener();
-        for (Connection& connection : connections) {
-            platform::closeSocket(connection.socket);
-            while (connection.sending)
-                platform::sleepEx(platform::INFINITE);
-        }
-    }
-
-    Service(const Service&) = delete;
-    Service& operator=(const Service&) = delete;
-
-    const char* name() const { return script.name; }
-
-    std::uint16_t port() const
-    {
-        platform::Endpoint local;
-        if (platform::getSockName(listener, &local) != 0)
-            failService("learn its port");
-        return local.port;
-    }
-
-    void ready(io::Selectable* s) override
-    {
-        if (s == &newConnections) {
-            if (script.play == Play::resets)
-                resetLater();
-            else
-                acceptAll();
-        } else if (s == &resetTimer) {
-            selector.remove(&resetTimer);
-            closeListener();
-        } else {
-            for (Connection& connection : connections) {
-                if (s != &connection.closeTimer)
-                    continue;
-                selector.remove(s);
-                platform::closeSocket(connection.socket);
-            }
-        }
-    }
-
-private:
-    struct Connection {
-        platform::SocketHandle socket = platform::SocketHandle::invalid;
-        io::Timer closeTimer;
-        platform::Overlapped greeting;
-        bool sending = false;
-    };
-
-    platform::SocketHandle open() const
-    {
-        const platform::Endpoint anyPort{loopback(), 0};
-        if (script.play != Play::refuses) {
-            const platform::SocketHandle socket = platform::listen(anyPort, 64);
-            if (socket == platform::SocketHandle::invalid)
-                failService("listen");
-            return socket;
-        }
-        // A socket that is bound keeps others from the port, and one that doesn't listen refuses.
-        const platform::SocketHandle socket = platform::tcpSocket();
-        if (socket == platform::SocketHandle::invalid || platform::bind(socket, anyPort) != 0)
-            failService("take a port");
-        return socket;
-    }
-
-    void closeListener()
-    {
-        if (listener == platform::SocketHandle::invalid)
-            return;
-        if (watching)
-            selector.remove(&newConnections);
-        watching = false;
-        platform::closeSocket(listener);
-        listener = platform::SocketHandle::invalid;
-    }
-
-    // Connections that wait to be accepted are broken when their listener closes.
-    void resetLater()
-    {
-        selector.remove(&newConnections);
-        watching = false;
-        resetTimer.when = Time::now() + Time(script.afterMs / 1000.0);
-        selector.add(&resetTimer, this);
-    }
-
-    void acceptAll()
-    {
-        for (;;) {
-            const platform::SocketHandle socket = platform::accept(listener, nullptr);
-            if (socket == platform::SocketHandle::invalid)
-                return;
-            serve(connections.emplace_back(), socket);
-        }
-    }
-
-    void serve(Connection& connection, platform::SocketHandle socket)
-    {
-        connection.socket = socket;
-        connection.greeting.event = &connection;
-        const std::size_t length = std::strlen(script.greeting);
-        if (length != 0) {
-            // It fits the buffers of a fresh connection, so it has left when this returns.
-            const int result =
-                platform::wsaSend(socket, script.greeting, static_cast<std::uint32_t>(length),
-                                  &connection.greeting, greetingSent);
-            connection.sending = result == 0 || platform::wsaGetLastError() ==
-                                                    static_cast<int>(platform::ERROR_IO_PENDING);
-        }
-        if (script.play == Play::stays)
-            return;
-        if (script.afterMs == 0) {
-            platform::closeSocket(socket);
-            return;
-        }
-        connection.closeTimer.when = Time::now() + Time(script.afterMs / 1000.0);
-        selector.add(&connection.closeTimer, this);
-    }
-
-    static void greetingSent(std::uint32_t, std::uint32_t, platform::Overlapped* overlapped)
-    {
-        static_cast<Connection*>(overlapped->event)->sending = false;
-    }
-
-    MainSelector& selector;
-    const ServiceScript& script;
-    platform::SocketHandle listener;
-    HandleWatch newConnections;
-    bool watching = false;  // `newConnections` is in the selector
-    io::Timer resetTimer;
-    std::list<Connection> connections;
+    {"quick", "tcp://", "", services::RESULT_OK, "accepts, and closes at once"},
+    {"slow", "tcp://", "", services::RESULT_WARNING, "closes after 300 ms, warning above 100", 100},
+    {"deaf", "tcp://", "", services::RESULT_CONNECT_FAILED, "refuses the connection"},
+    {"rude", "tcp://", "", services::RESULT_CLOSE_FAILED, "accepts, and breaks the connection"},
+    {"endless", "tcp://", "?connClose=false", services::RESULT_OK, "never closes, and need not"},
+    {"endless", "tcp://", "", services::RESULT_TIMEOUT, "never closes, but should within 1 s", 0,
+     oneSecondLimit},
+    {nameServer, "dns://", "/www.example.com?expect=192.0.2.1", services::RESULT_OK,
+     "knows the address, by an alias"},
+    {nameServer, "dns://", "/nobody.example.com", services::RESULT_BAD_REPLY,
+     "knows of no such name"},
+    {"mail", "smtp://", "?vrfy", services::RESULT_OK, "takes mail, and is asked for a mailbox"},
+    {"slow mail", "smtp://", "", services::RESULT_ALERT, "answers after 300 ms, alert above 200",
+     100, 200},
+    {"files", "ftp://anna:secret@", "", services::RESULT_OK, "lets anna in"},
+    {"files", "ftp://bert:wrong@", "", services::RESULT_BAD_REPLY,
+     "takes no wrong password of bert"},
+    {"web", "http://", "/index.html", services::RESULT_OK, "has the page"},
+    {"web", "http://", "/missing.html", services::RESULT_BAD_REPLY, "has no such page"},
+    {"web, TLS", "https://", "/index.html", services::RESULT_OK,
+     "has a page that says that all is green", 0, 0, "systems are (green|fine)"},
+    {"web, TLS", "https://", "/index.html?lang=de", services::RESULT_BAD_REPLY,
+     "has the page, but not in German", 0, 0, "Alle Systeme"},
+    {"mailbox", "pop3://anna:secret@", "", services::RESULT_OK, "lets anna in"},
+    {"broken mailbox", "pop3://anna:secret@", "", services::RESULT_READ_FAILED, "hangs up on anna"},
+    {"mailbox, TLS", "pop3s://anna:secret@", "", services::RESULT_OK, "lets anna in, with TLS"},
+    {"folders", "imap://anna:secret@", "", services::RESULT_OK, "lets anna in"},
+    {"folders, TLS", "imaps://anna:secret@", "", services::RESULT_OK, "lets anna in, with TLS"},
+    {"folders", "imaps://anna:secret@", "", services::RESULT_WRITE_FAILED, "speaks no TLS"},
 };
 
 std::string resultName(std::int32_t result)
@@ -295,27 +212,31 @@ private:
     std::string surprises;
 };
 
+Check makeCheck(const CheckScript& script, std::uint16_t port)
+{
+    Check check;
+    check.target =
+        parseTarget(std::string(script.front) + "127.0.0.1:" + uintToString(port) + script.rest);
+    check.warnIfAbove = script.warnIfAbove;
+    check.alertIfAbove = script.alertIfAbove;
+    check.http.contentRegex = script.content;
+    return check;
+}
+
 }  // namespace
 
 int runDemo(const DemoSettings& settings, std::ostream& out, Console& console)
 {
+    const DemoTlsIdentity identity;
     MainSelector selector;
-    std::list<Service> playing;
-    for (const ServiceScript& script : serviceScripts)
-        playing.emplace_back(selector, script);
+    std::map<std::string, std::unique_ptr<DemoService>> playing;
+    playing[nameServer] = std::make_unique<DemoNameServer>(selector, names);
+    for (const DemoScript& script : scripts)
+        playing[script.name] = std::make_unique<DemoDialogue>(selector, script, identity);
 
     std::vector<Check> checks;
-    for (const CheckScript& script : checkScripts) {
-        const auto service = std::find_if(playing.begin(), playing.end(), [&](const Service& one) {
-            return std::strcmp(one.name(), script.service) == 0;
-        });
-        Check check;
-        check.target = parseTarget(std::string(script.kind) +
-                                   "://127.0.0.1:" + uintToString(service->port()) + script.query);
-        check.warnIfAbove = script.warnIfAbove;
-        check.alertIfAbove = script.alertIfAbove;
-        checks.push_back(check);
-    }
+    for (const CheckScript& script : checkScripts)
+        checks.push_back(makeCheck(script, playing.at(script.service)->port()));
     resolve(&checks);
 
     DemoReport report(out, console, settings.colour);

@@ -52,7 +52,19 @@ std::string wordsFor(const Check& check, std::int32_t result)
         break;
     }
     const ResultMeaning* meaning = meaningOf(result);
-    return meaning == nullptr ? "a result of unknown meaning" : meaning->words;
+    if (meaning == nullptr)
+        return "a result of unknown meaning";
+    const TargetKind& kind = *check.target.kind;
+    if (result == services::RESULT_BAD_REPLY && kind.service == services::SERVICE_HTTP)
+        return check.http.contentRegex.empty() ? "no reply with the right status"
+                                               : "no reply with the right status and content";
+    if (result == services::RESULT_BAD_REPLY && kind.service == services::SERVICE_DNS)
+        return "no answer with the right address";
+    // Where a handshake fails, the worker sees a stream that can't be written or read.
+    if (kind.tls &&
+        (result == services::RESULT_WRITE_FAILED || result == services::RESULT_READ_FAILED))
+        return std::string(meaning->words) + ", or there is no TLS";
+    return meaning->words;
 }
 
 // How much of what a service said is worth a place in a line for people.
@@ -121,10 +133,15 @@ std::string Outcome::words() const
         return text;
     }
     add(wordsFor(*check, result.result));
-    if (!result.result_strings.empty())
-        add(shownShort(firstLine(result.result_strings.front()), saidWidth));
+    if (!result.result_strings.empty()) {
+        // Only of HTTP is what is kept the reply that was judged.
+        const bool judged = result.result != services::RESULT_BAD_REPLY ||
+                            check->target.kind->service == services::SERVICE_HTTP;
+        add((judged ? "" : "its greeting: ") +
+            shownShort(firstLine(result.result_strings.front()), saidWidth));
+    }
     if (attempt > 1)
-        add("sent again after the worker had died");
+        add("sent again after a worker had died");
     return text;
 }
 

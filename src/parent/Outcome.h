@@ -26,7 +26,7 @@ struct Outcome {
     const Check* check = nullptr;  // not owned
     Kind kind = Kind::lost;
     std::uint32_t round = 1;
-    std::uint32_t attempt = 1;  // 2: sent again after the first worker had died
+    std::uint32_t attempt = 1;  // above 1: sent again after a worker had died
     services::remcheck_stat result;
     std::string reason;
 

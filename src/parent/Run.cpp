@@ -11,7 +11,7 @@ namespace parent {
 
 namespace {
 
-constexpr unsigned maximumDeathsWithoutResult = 3;
+constexpr unsigned maximumDeathsWithoutWord = 3;
 
 }  // namespace
 
@@ -74,9 +74,10 @@ void Run::startRound()
     ++round;
     roundBegan = Time::now();
     stage = Stage::checking;
+    Batch all;
     for (const Check& check : checks) {
         if (check.unresolved.empty()) {
-            expect(check, 1);
+            all.checks.push_back(&check);
             continue;
         }
         // Nothing can be asked about a host without an address.
@@ -86,20 +87,18 @@ void Run::startRound()
         outcome.reason = check.unresolved;
         conclude(std::move(outcome));
     }
-    sendAll();
+    if (!all.checks.empty())
+        batches.push_back(std::move(all));
 }
 
-// Counts a check as in progress, so that it can't be lost from here on, whatever happens.
-void Run::expect(const Check& check, std::uint32_t attempt)
+// Nothing is in progress, and a batch is there.
+void Run::sendNextBatch()
 {
-    inProgress.emplace(++lastId, InProgress{&check, attempt});
-}
-
-// Sends all that is in progress, none of which has been sent yet.
-void Run::sendAll()
-{
-    if (inProgress.empty())
-        return;
+    // Counted as in progress first, so that no check can be lost from here on, whatever happens.
+    const Batch batch = std::move(batches.front());
+    batches.pop_front();
+    for (const Check* check : batch.checks)
+        inProgress.emplace(++lastId, InProgress{check, batch.attempt});
     if (worker == nullptr && !startWorker())
         return;
     for (const auto& [id, one] : inProgress)
@@ -111,7 +110,7 @@ void Run::sendAll()
 // False if there is none to be had; the run is over then.
 bool Run::startWorker()
 {
-    workerAnswered = false;
+    workerSpoke = false;
     silent = false;
     try {
         Worker::Listener& listener = *this;
@@ -125,13 +124,13 @@ bool Run::startWorker()
 
 void Run::resultCame(const services::remcheck_stat& result)
 {
+    workerSpoke = true;
     const bool oneNumber = result.check_id.val.size() == 1;
     const auto found = oneNumber ? inProgress.find(result.check_id.val[0]) : inProgress.end();
     if (found == inProgress.end()) {
         worker->condemn("it sent a result that nothing waits for");
         return;
     }
-    workerAnswered = true;
     Outcome outcome;
     outcome.check = found->second.check;
     outcome.kind = Outcome::Kind::answered;
@@ -145,9 +144,10 @@ void Run::resultCame(const services::remcheck_stat& result)
 
 void Run::logLineCame(const std::string& text, std::int32_t log_type)
 {
+    workerSpoke = true;
     if (!settings.verbose)
         return;
-    console.line((log_type == logTrace ? "worker (trace): " : "worker: ") + shown(text));
+    console.line((log_type == logTrace ? "worker (trace): " : "worker: ") + shownLine(text));
     showProgress();
 }
 
@@ -158,6 +158,8 @@ void Run::settle()
         giveUp("the results can't be written to standard output");
     if (worker != nullptr && worker->over() && stage != Stage::over)
         workerOver();
+    if (stage == Stage::checking && inProgress.empty() && !batches.empty())
+        sendNextBatch();
     if (stage == Stage::checking && inProgress.empty())
         roundOver();
 }
@@ -176,7 +178,7 @@ void Run::workerOver()
     }
     if (!expected || settings.verbose) {
         for (const std::string& line : words)
-            console.line("    " + shown(line));
+            console.line("    " + shownLine(line));
     }
     if (stage == Stage::stopping) {
         stage = Stage::over;
@@ -185,38 +187,50 @@ void Run::workerOver()
 
     if (!words.empty())
         why += ": " + words.back();
-    deathsWithoutResult = workerAnswered ? 0 : deathsWithoutResult + 1;
-    if (deathsWithoutResult >= maximumDeathsWithoutResult) {
-        giveUp(uintToString(deathsWithoutResult) +
+    deathsWithoutWord = workerSpoke ? 0 : deathsWithoutWord + 1;
+    if (deathsWithoutWord >= maximumDeathsWithoutWord) {
+        giveUp(uintToString(deathsWithoutWord) +
                " workers have died one after the other without a single result");
         return;
     }
     recover(why, !silent);
 }
 
-// The worker is gone. What it had in progress goes to a new one if it may, once; the rest is
-// lost.
+// The worker is gone. What it had in progress, all of one batch, goes to a new one if it may, and
+// is lost otherwise.
 void Run::recover(const std::string& why, bool again)
 {
     const std::map<std::uint32_t, InProgress> left = std::exchange(inProgress, {});
-    for (const auto& [id, one] : left) {
-        if (again && one.attempt == 1) {
-            expect(*one.check, 2);
-            continue;
-        }
-        Outcome outcome;
-        outcome.check = one.check;
-        outcome.attempt = one.attempt;
-        outcome.reason = why;
-        conclude(std::move(outcome));
-    }
     watchAnswers();
-    const std::size_t count = inProgress.size();
-    if (count == 0)
+    if (left.empty())
         return;
-    console.message(plural(count, "check") + " in progress " + (count == 1 ? "is" : "are") +
-                    " sent again to a new worker");
-    sendAll();
+    const std::uint32_t attempt = left.begin()->second.attempt;
+    if (!again || (attempt > 1 && left.size() == 1)) {
+        for (const auto& [id, one] : left)
+            lose(*one.check, one.attempt, why);
+        return;
+    }
+    // The first death may have had nothing to do with what was asked for.
+    const std::size_t half = attempt > 1 ? left.size() / 2 : 0;
+    Batch first{{}, attempt + 1};
+    Batch second{{}, attempt + 1};
+    for (const auto& [id, one] : left)
+        (first.checks.size() < half ? first : second).checks.push_back(one.check);
+    batches.push_front(std::move(second));
+    if (half != 0)
+        batches.push_front(std::move(first));
+    console.message(plural(left.size(), "check") + " in progress " +
+                    (left.size() == 1 ? "is" : "are") + " sent again to a new worker" +
+                    (half == 0 ? "" : ", one half after the other, to find what ends it"));
+}
+
+void Run::lose(const Check& check, std::uint32_t attempt, const std::string& why)
+{
+    Outcome outcome;
+    outcome.check = &check;
+    outcome.attempt = attempt;
+    outcome.reason = why;
+    conclude(std::move(outcome));
 }
 
 void Run::conclude(Outcome outcome)
@@ -257,6 +271,10 @@ void Run::giveUp(const std::string& why)
     summary.trouble = why;
     workersWell = false;
     recover(why, false);
+    for (const Batch& batch : std::exchange(batches, {})) {
+        for (const Check* check : batch.checks)
+            lose(*check, batch.attempt, why);
+    }
     summary.elapsedMs = elapsedMs();
     stage = Stage::over;
 }

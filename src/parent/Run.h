@@ -2,8 +2,11 @@
 //
 // Each request carries a number of its own, by which its result is known again. A worker that
 // dies is reported with its last words; another one is started, and what the first had in
-// progress is sent again, once. A check that is lost twice has the outcome "no result", with the
-// reason. Workers that die one after the other without a single result end the run.
+// progress is sent again. If that worker dies, too, one of the checks may be what ends it: the
+// rest is sent in halves, the second when the first has its outcomes, and so on at each death. A
+// check that was alone with two workers when they died, or with one of such a half, has the
+// outcome "no result", with the reason; so the check that ends workers is found, and costs no
+// other check its result. Workers that die one after the other without a sign of life end the run.
 //
 // A worker that lives but does not answer is stopped when the latest time limit of the checks in
 // progress has been over for a while; they are not sent again, for they had their time.
@@ -24,6 +27,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -72,13 +76,19 @@ private:
     void resultCame(const services::remcheck_stat& result) override;
     void logLineCame(const std::string& text, std::int32_t log_type) override;
 
+    // Checks that are sent together, once nothing is in progress.
+    struct Batch {
+        std::vector<const Check*> checks;
+        std::uint32_t attempt = 1;
+    };
+
     void startRound();
     bool startWorker();
-    void expect(const Check& check, std::uint32_t attempt);
-    void sendAll();
+    void sendNextBatch();
     void settle();
     void workerOver();
     void recover(const std::string& why, bool again);
+    void lose(const Check& check, std::uint32_t attempt, const std::string& why);
     void conclude(Outcome outcome);
     void roundOver();
     void stopWorker();
@@ -99,14 +109,15 @@ private:
 
     Stage stage = Stage::resting;
     std::unique_ptr<Worker> worker;
-    bool workerAnswered = false;       // the present worker has sent a result
-    unsigned deathsWithoutResult = 0;  // in a row
+    bool workerSpoke = false;        // the present worker has sent anything
+    unsigned deathsWithoutWord = 0;  // in a row
     bool workersWell = true;
     bool silent = false;  // the present worker was stopped because it did not answer
 
     std::uint32_t round = 0;
     std::uint32_t lastId = 0;
     std::map<std::uint32_t, InProgress> inProgress;  // by the number of the request
+    std::deque<Batch> batches;                       // still to be sent
     Summary summary;
 
     HandleWatch interruptWatch;

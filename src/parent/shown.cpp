@@ -1,5 +1,7 @@
 #include "parent/shown.h"
 
+#include "common/text.h"
+
 #include <cstdint>
 
 namespace parent {
@@ -113,18 +115,11 @@ std::size_t appendShown(std::string& out, std::string_view text, std::size_t at)
     return at + length;
 }
 
-}  // namespace
+// What a line for people can have: the header of a reply of HTTP, as a rule.
+constexpr std::size_t lineWidth = 1000;
 
-std::string shown(std::string_view text)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();)
-        at = appendShown(out, text, at);
-    return out;
-}
-
-std::string shownShort(std::string_view text, std::size_t columns)
+// shownShort, and whether something was left out.
+std::string cutToWidth(std::string_view text, std::size_t columns, bool* cut)
 {
     const std::size_t room = columns - 3;
     std::string out;
@@ -138,10 +133,36 @@ std::string shownShort(std::string_view text, std::size_t columns)
             lengthThatFits = out.size();
         if (width > columns) {
             out.resize(lengthThatFits);
+            *cut = true;
             return out + "...";
         }
     }
+    *cut = false;
     return out;
+}
+
+}  // namespace
+
+std::string shown(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();)
+        at = appendShown(out, text, at);
+    return out;
+}
+
+std::string shownShort(std::string_view text, std::size_t columns)
+{
+    bool cut = false;
+    return cutToWidth(text, columns, &cut);
+}
+
+std::string shownLine(std::string_view text)
+{
+    bool cut = false;
+    const std::string line = cutToWidth(text, lineWidth, &cut);
+    return cut ? line + " (" + sizeToString(text.size()) + " bytes)" : line;
 }
 
 std::size_t shownWidth(std::string_view text)

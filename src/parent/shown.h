@@ -16,6 +16,9 @@ std::string shown(std::string_view text);
 // The same, cut to about `columns` characters, at least 4, with "..." for what is left out.
 std::string shownShort(std::string_view text, std::size_t columns);
 
+// The same, cut to a length that a person reads, with the number of bytes of what was cut.
+std::string shownLine(std::string_view text);
+
 // How many characters a result of shown() has.
 std::size_t shownWidth(std::string_view text);
 

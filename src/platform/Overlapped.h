@@ -104,7 +104,8 @@ int wsaRecv(SocketHandle socket, void* buffer, std::uint32_t count, Overlapped* 
 int wsaSend(SocketHandle socket, const void* buffer, std::uint32_t count, Overlapped* overlapped,
             CompletionRoutine routine);
 // A datagram that is larger than the buffer completes with WSAEMSGSIZE (10040). `from` is
-// filled before the routine runs and must live as long as the operation.
+// filled before the routine runs and must live as long as the operation. A datagram to address
+// 0.0.0.0 fails at the start with WSAEADDRNOTAVAIL.
 int wsaRecvFrom(SocketHandle socket, void* buffer, std::uint32_t count, Endpoint* from,
                 Overlapped* overlapped, CompletionRoutine routine);
 int wsaSendTo(SocketHandle socket, const void* buffer, std::uint32_t count, const Endpoint& to,

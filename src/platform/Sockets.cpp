@@ -156,6 +156,9 @@ Outcome sendDatagram(Descriptor& descriptor, ErrorSource source)
     const Operation& operation = descriptor.write;
     if (descriptor.sendShut)
         return Outcome::failed(WSAESHUTDOWN);
+    // Here it would go to this host; whoever gives no address means none.
+    if (operation.to.address == 0)
+        return Outcome::failed(WSAEADDRNOTAVAIL);
     if (!descriptor.writable)
         return Outcome::blocked();
 

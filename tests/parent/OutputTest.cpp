@@ -39,6 +39,9 @@ TEST(Shown, IsCutAtWholeCharacters)
     EXPECT_EQ(shownShort("\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC", 5),
               "\xC3\xBC\xC3\xBC...");
     EXPECT_EQ(shownShort("abc\x1b\x1b\x1b", 8), "abc...");
+    EXPECT_EQ(shownLine(std::string(1000, 'x')), std::string(1000, 'x'));
+    EXPECT_EQ(shownLine(std::string(1'048'577, '\0')),
+              shown(std::string(249, '\0')) + "... (1048577 bytes)");
 }
 
 // Checks of "HOST:PORT" on fixed addresses, and what became of them.
@@ -120,6 +123,10 @@ TEST_F(Reports, TableTellsEachKindOfOutcome)
     answered(ip, services::RESULT_WRITE_FAILED, -1);
     answered(ip, services::RESULT_READ_FAILED, -1);
     answered(name, services::RESULT_BAD_REPLY, 5, {std::string(200, 'x')});
+    const Check* web = check("https://10.0.0.1/");
+    answered(web, services::RESULT_BAD_REPLY, 5, {"HTTP/1.1 404\r\n", "a: b\r\n"});
+    answered(web, services::RESULT_WRITE_FAILED, -1);
+    answered(check("dns://10.0.0.1/a"), services::RESULT_BAD_REPLY, 5);
     answered(ip, services::RESULT_CLOSE_FAILED, -1);
     answered(ip, services::RESULT_TIMEOUT, -1);
     answered(ip, 8, 17);
@@ -141,18 +148,25 @@ TEST_F(Reports, TableTellsEachKindOfOutcome)
             "CONNECT FAILED           -  no connection could be made\n" + head +
             "WRITE FAILED             -  sending failed\n" + head +
             "READ FAILED              -  receiving failed, or the service hung up early\n" + named +
-            "BAD REPLY             5 ms  10.0.0.1; the service answered wrongly; " +
-            std::string(97, 'x') + "...\n" + head +
+            "BAD REPLY             5 ms  10.0.0.1; the service answered wrongly; its greeting: " +
+            std::string(97, 'x') + "...\n" +
+            "https://10.0.0.1/                          BAD REPLY             5 ms  "
+            "no reply with the right status; HTTP/1.1 404\n"
+            "https://10.0.0.1/                          WRITE FAILED             -  "
+            "sending failed, or there is no TLS\n"
+            "dns://10.0.0.1/a                           BAD REPLY             5 ms  "
+            "no answer with the right address\n" +
+            head +
             "CLOSE FAILED             -  the connection broke before the service closed it\n" +
             head + "TIMEOUT                  -  no end within 12.0 s\n" + head +
             "RESULT 8                 -  a result of unknown meaning\n" + head +
             "NO RESULT                -  the worker ended with exit code 3: help\\x07\n" + named +
             "RESOLVE FAILED           -  Name or service not known\n" + head +
-            "OK                    3 ms  sent again after the worker had died\n"
+            "OK                    3 ms  sent again after a worker had died\n"
             "\n"
-            "14 of 2 checks done: 3 OK, 1 WARNING, 1 NO RESULT, 1 RESOLVE FAILED, 1 RESULT 8, "
-            "1 ALERT, 1 BAD REPLY, 1 CLOSE FAILED, 1 CONNECT FAILED, 1 READ FAILED, 1 TIMEOUT, "
-            "1 WRITE FAILED\n");
+            "17 of 4 checks done: 3 OK, 1 WARNING, 1 NO RESULT, 1 RESOLVE FAILED, 1 RESULT 8, "
+            "1 ALERT, 3 BAD REPLY, 1 CLOSE FAILED, 1 CONNECT FAILED, 1 READ FAILED, 1 TIMEOUT, "
+            "2 WRITE FAILED\n");
     EXPECT_EQ(messages, "");
 }
 
@@ -187,7 +201,7 @@ TEST_F(Reports, JsonGivesOneObjectALine)
         R"("result":"BAD REPLY","resultCode":6,"replyTimeMs":5,"checkedAt":"2023-11-14T22:13:20Z",)"
         R"("strings":["a\n\"b\"\u001b",")"
         "\xEF\xBF\xBD"
-        R"("],"text":"10.0.0.1; the service answered wrongly; a","round":2,"attempt":1})"
+        R"("],"text":"10.0.0.1; the service answered wrongly; its greeting: a","round":2,"attempt":1})"
         "\n"
         R"({"target":"tcp://10.0.0.1:22","address":"10.0.0.1","port":22,"service":"tcp",)"
         R"("result":"TIMEOUT","resultCode":9,"replyTimeMs":null,"checkedAt":null,)"

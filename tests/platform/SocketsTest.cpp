@@ -129,6 +129,11 @@ TEST(Sockets, EachDatagramArrivesByItself)
             EXPECT_EQ(from, name);
         }
     }
+    Op nowhere("d");
+    EXPECT_EQ(
+        wsaSendTo(udp, nowhere.buffer.data(), 1, {0, name.port}, &nowhere.overlapped, Op::routine),
+        SOCKET_ERROR);
+    EXPECT_EQ(wsaGetLastError(), static_cast<int>(WSAEADDRNOTAVAIL));
     closeSocket(udp);
 }
 
