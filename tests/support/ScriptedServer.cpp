@@ -55,7 +55,12 @@ void raiseDescriptorLimit()
 }  // namespace
 
 struct ScriptedServer::Connection {
-    Connection(int accepted, const Script& itsScript) : descriptor(accepted), script(itsScript) {}
+    Connection(int accepted, const Script& itsScript, Tls version)
+        : descriptor(accepted), script(itsScript)
+    {
+        if (version != Tls::none)
+            tls.emplace(version);
+    }
 
     // Deals with the events of poll(), and goes on in the script as far as it can.
     void serve(short events, std::size_t released);
@@ -64,11 +69,14 @@ struct ScriptedServer::Connection {
     bool advance(std::size_t released);
     bool hear(const Step& step);
     bool say(const Step& step);
+    // Sends what TLS has made ready. False if some of it is left.
+    bool flush();
     void close(bool reset);
     void peerIsGone();
 
     int descriptor;  // -1 once it is closed
     const Script& script;
+    std::optional<TlsEnd> tls;
     std::size_t current = 0;                  // step
     std::size_t offset = 0;                   // bytes of the step's text that are sent
     std::size_t heard = 0;                    // bytes of `talk.received` dealt with by the script
@@ -78,7 +86,8 @@ struct ScriptedServer::Connection {
     Conversation talk;
 };
 
-ScriptedServer::ScriptedServer(Script itsScript) : script(std::move(itsScript))
+ScriptedServer::ScriptedServer(Script itsScript, Tls itsTls)
+    : script(std::move(itsScript)), tls(itsTls)
 {
     raiseDescriptorLimit();
     listener = boundSocket(&listeningPort);
@@ -148,7 +157,7 @@ void ScriptedServer::run()
         for (const auto& connection : all) {
             // A peer that has ended stays readable for good.
             short events = connection->talk.peerEnded ? 0 : POLLIN;
-            if (connection->wantsRoom)
+            if (connection->wantsRoom || (connection->tls && !connection->tls->outgoing.empty()))
                 events |= POLLOUT;
             descriptors.push_back({connection->descriptor, events, 0});
             if (connection->descriptor >= 0 && connection->wakeAt) {
@@ -178,7 +187,7 @@ void ScriptedServer::acceptAll()
         const int accepted = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (accepted < 0)
             return;
-        all.push_back(std::make_unique<Connection>(accepted, script));
+        all.push_back(std::make_unique<Connection>(accepted, script, tls));
         all.back()->serve(0, releases);
     }
 }
@@ -203,24 +212,32 @@ void ScriptedServer::Connection::serve(short events, std::size_t released)
         wakeAt.reset();
         wantsRoom = false;
     }
+    flush();
 }
 
 void ScriptedServer::Connection::readInput()
 {
     std::array<char, 16384> buffer;
     ssize_t count = 0;
-    while ((count = recv(descriptor, buffer.data(), buffer.size(), 0)) > 0)
-        talk.received.append(buffer.data(), static_cast<std::size_t>(count));
+    while ((count = recv(descriptor, buffer.data(), buffer.size(), 0)) > 0) {
+        const std::string_view come(buffer.data(), static_cast<std::size_t>(count));
+        talk.received += tls ? tls->receive(come) : std::string(come);
+    }
     if (count == 0)
         talk.peerEnded = true;
     else if (errno != EAGAIN)
         peerIsGone();
+    if (tls)
+        talk.version = tls->version();
 }
 
 bool ScriptedServer::Connection::advance(std::size_t released)
 {
+    if (tls && !tls->isReady())
+        return false;
     if (current == script.size()) {
-        close(false);
+        if (flush())
+            close(false);
         return false;
     }
     const Step& step = script[current];
@@ -242,11 +259,20 @@ bool ScriptedServer::Connection::advance(std::size_t released)
             return false;
         ++releases;
         return true;
+    case Step::Kind::sendBare:
+        tls->outgoing += step.text;
+        return true;
+    case Step::Kind::closeNotify:
+        tls->closeNotify();
+        return true;
     case Step::Kind::halfClose:
+        if (!flush())
+            return false;
         shutdown(descriptor, SHUT_WR);
         return true;
     case Step::Kind::reset:
-        close(true);
+        if (flush())
+            close(true);
         return false;
     case Step::Kind::silence:
         break;
@@ -282,7 +308,9 @@ bool ScriptedServer::Connection::say(const Step& step)
         offset %= step.text.size();
         const std::size_t left = step.text.size() - offset;
         const std::size_t piece = step.piece == 0 ? left : std::min(left, step.piece);
-        const ssize_t count = ::send(descriptor, step.text.data() + offset, piece, MSG_NOSIGNAL);
+        const std::string_view bytes = std::string_view(step.text).substr(offset, piece);
+        const ssize_t count =
+            tls ? tls->send(bytes) : ::send(descriptor, bytes.data(), piece, MSG_NOSIGNAL);
         wantsRoom = count < 0;
         if (count < 0) {
             if (errno != EAGAIN)
@@ -299,6 +327,19 @@ bool ScriptedServer::Connection::say(const Step& step)
             return false;
         }
     }
+}
+
+bool ScriptedServer::Connection::flush()
+{
+    if (descriptor < 0 || !tls || tls->outgoing.empty())
+        return true;
+    const ssize_t count =
+        ::send(descriptor, tls->outgoing.data(), tls->outgoing.size(), MSG_NOSIGNAL);
+    if (count > 0)
+        tls->outgoing.erase(0, static_cast<std::size_t>(count));
+    else if (errno != EAGAIN)
+        peerIsGone();
+    return tls->outgoing.empty();
 }
 
 void ScriptedServer::Connection::close(bool reset)

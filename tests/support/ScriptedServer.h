@@ -10,9 +10,15 @@
 // A server accepts any number of connections and holds the same conversation on each, all at
 // once. What the peer sends is read at any time and kept. At the end of its script a connection
 // is closed.
+//
+// A server that speaks TLS holds the conversation inside of it, from the end of the handshake on.
+// What it has to send between two waits leaves in one piece: a script that begins with
+// step::send has its text in the segment of the last bytes of the handshake, and a text sent in
+// pieces without a delay makes several records in one segment.
 #pragma once
 
 #include "tests/support/Limit.h"
+#include "tests/support/TlsEnd.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -37,6 +43,8 @@ struct Step {
         sendForGood,
         pause,
         waitForRelease,
+        sendBare,
+        closeNotify,
         halfClose,
         reset,
         silence,
@@ -67,7 +75,10 @@ struct step {
     static Step pause(Delay length) { return {Kind::pause, {}, 0, length}; }
     // The n-th of these steps of a connection waits for the n-th call of release().
     static Step waitForRelease() { return {Kind::waitForRelease}; }
-    static Step halfClose() { return {Kind::halfClose}; }  // ends the stream to the peer
+    // Puts the text on the wire as it is, outside of TLS.
+    static Step sendBare(std::string text) { return {Kind::sendBare, std::move(text)}; }
+    static Step closeNotify() { return {Kind::closeNotify}; }  // the end within TLS
+    static Step halfClose() { return {Kind::halfClose}; }      // ends the stream to the peer
     static Step reset() { return {Kind::reset}; }
     static Step silence() { return {Kind::silence}; }  // says nothing for good
     // Sends the text again and again, with a delay between.
@@ -87,11 +98,12 @@ struct Conversation {
     bool peerReset = false;  // the peer broke the connection off
     bool closed = false;     // this side has closed: the script is over, or the peer is gone
     std::string failure;     // what the peer did against the script
+    std::string version;     // of TLS: "TLSv1.3"
 };
 
 class ScriptedServer {
 public:
-    explicit ScriptedServer(Script itsScript);
+    explicit ScriptedServer(Script itsScript, Tls itsTls = Tls::none);
     // Stops the thread; breaks off what is still open.
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer&) = delete;
@@ -116,6 +128,7 @@ private:
     void acceptAll();
 
     const Script script;
+    const Tls tls;
     int listener = -1;
     int wake = -1;
     std::uint16_t listeningPort = 0;

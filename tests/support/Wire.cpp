@@ -8,6 +8,7 @@ namespace {
 
 constexpr int textTag = 7;
 constexpr int boolTag = 21;
+constexpr int enumTag = 25;
 constexpr int logLine = 4;
 constexpr int checkRequest = 134;
 constexpr int checkResult = 135;
@@ -106,6 +107,11 @@ Setting textSetting(std::uint32_t key, std::string_view value)
 Setting boolSetting(std::uint32_t key, bool value)
 {
     return {key, property(boolTag, key, false).int32(value ? 1 : 0).bytes()};
+}
+
+Setting enumSetting(std::uint32_t key, std::uint32_t type, std::uint32_t value)
+{
+    return {key, property(enumTag, key, false).int32(type).int32(value).bytes()};
 }
 
 Setting nullBoolSetting(std::uint32_t key)

@@ -36,6 +36,7 @@ struct Setting {
 
 Setting textSetting(std::uint32_t key, std::string_view value);
 Setting boolSetting(std::uint32_t key, bool value);
+Setting enumSetting(std::uint32_t key, std::uint32_t type, std::uint32_t value);
 Setting nullBoolSetting(std::uint32_t key);  // a property that has no value
 Setting absentSetting(std::uint32_t key);    // a key without a property
 
