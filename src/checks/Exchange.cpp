@@ -169,24 +169,24 @@ Exchange::Received Exchange::take(io::IStream& in, std::string* reply, bool endI
     check->selector->remove(&in);
     char* data = nullptr;
     std::size_t count = 0;
-    bool ended = false;
-    const auto beginFailure = failureOf([&] {
-        try {
-            count = in.readBegin(&data);
-        } catch (const io::EEndOfStream&) {
-            ended = true;
-            throw;
-        }
-    });
-    if (ended && !endIsFailure)
-        return Received::end;
-    if (beginFailure) {
-        fail(texts.readBegin + *beginFailure, services::RESULT_READ_FAILED);
+    std::optional<std::string> failure;
+    try {
+        count = in.readBegin(&data);
+    } catch (const io::EEndOfStream& e) {
+        if (!endIsFailure)
+            return Received::end;
+        failure = e.text();
+    } catch (const error::Exception& e) {
+        failure = e.text();
+    }
+    if (failure) {
+        fail(texts.readBegin + *failure, services::RESULT_READ_FAILED);
         return Received::failure;
     }
     const std::size_t before = reply->size();
     reply->append(data, count);
-    if (const auto failure = failureOf([&] { in.readCommit(count); })) {
+    failure = failureOf([&] { in.readCommit(count); });
+    if (failure) {
         fail(texts.readCommit + *failure, services::RESULT_READ_FAILED);
         return Received::failure;
     }

@@ -9,7 +9,6 @@
 #include "common/errors.h"
 #include "common/log.h"
 #include "io/Selector.h"
-#include "io/Tls.h"
 #include "platform/Overlapped.h"
 #include "queues/Parent.h"
 #include "queues/childqueue.h"
@@ -53,7 +52,6 @@ void serve()
 
 int main()
 {
-    io::loadOpenSsl();  // its first use decides for good that it reads no configuration file
     platform::raiseDescriptorLimit();
     try {
         serve();

@@ -38,6 +38,12 @@ void Selectable::waitReady()
 {
     if (isReady())
         return;
+    // Most often the transfer that is missing ends as soon as it is started, and a selector would
+    // be built for nothing.
+    issueOverlapped();
+    platform::sleepEx(0);
+    if (isReady())
+        return;
     Selector<int> selector;
     selector.add(this, 0);
     Selectable* const ready = selector.poll().first;

@@ -71,6 +71,18 @@ BIO* newMemoryBio(const char* stream)
     return bio;
 }
 
+// All sockets share what is set up alike for all, since making it takes as long as the rest of a
+// socket. Null, with an error in the queue, if it can't be made.
+SSL_CTX* sharedContext()
+{
+    static SSL_CTX* shared = nullptr;
+    if (shared == nullptr)
+        shared = SSL_CTX_new(SSLv23_client_method());
+    if (shared != nullptr)
+        SSL_CTX_up_ref(shared);
+    return shared;
+}
+
 [[noreturn]] void overcommit(const char* stream, std::uint64_t count, std::uint64_t beyond)
 {
     assertion(std::string("Overcommit in ") + stream + " " + uint64ToString(count) + " is " +
@@ -109,7 +121,7 @@ SSLSocket::SSLSocket(SocketConnector& connector)
         throw error::ESystemError(text);
     };
     ERR_clear_error();
-    ctx = SSL_CTX_new(SSLv23_client_method());
+    ctx = sharedContext();
     if (!ctx)
         giveUp("SSL_CTX_new()");
     ssl = SSL_new(ctx);

@@ -24,12 +24,10 @@ bool nameOf(decltype(getsockname)* call, int fd, Endpoint* endpoint)
 
 // The kernel says that there is a connection. On loopback a socket can meet itself, when the port
 // that it was given happens to be the one it asks for: nobody listens there.
-std::uint32_t connectionMade(Descriptor& descriptor)
+std::uint32_t connectionMade(Descriptor& descriptor, const Endpoint& peer)
 {
     Endpoint local;
-    Endpoint peer;
-    if (nameOf(getsockname, descriptor.fd, &local) && nameOf(getpeername, descriptor.fd, &peer) &&
-        local == peer)
+    if (nameOf(getsockname, descriptor.fd, &local) && local == peer)
         return WSAECONNREFUSED;
     descriptor.connected = true;
     return ERROR_SUCCESS;
@@ -59,7 +57,7 @@ std::uint32_t beginConnect(Token token, Descriptor& descriptor, const Endpoint& 
         return errorCode(failure, ErrorSource::socket);
     if (const std::uint32_t code = Proactor::instance().registerEdges(token, descriptor))
         return code;
-    return failure == 0 ? connectionMade(descriptor) : std::uint32_t{ERROR_IO_PENDING};
+    return failure == 0 ? connectionMade(descriptor, peer) : std::uint32_t{ERROR_IO_PENDING};
 }
 
 }  // namespace
@@ -113,7 +111,7 @@ void finishConnect(Descriptor& descriptor, std::uint32_t events)
         const bool hasPeer = nameOf(getpeername, descriptor.fd, &peer);
         if (!hasPeer && !(events & (EPOLLHUP | EPOLLERR)))
             return;  // still under way
-        code = hasPeer ? connectionMade(descriptor) : std::uint32_t{WSAENOTCONN};
+        code = hasPeer ? connectionMade(descriptor, peer) : std::uint32_t{WSAENOTCONN};
     }
     // Without this, a receive after a failed attempt would read as an orderly end.
     if (code != ERROR_SUCCESS)

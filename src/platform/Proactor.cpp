@@ -35,6 +35,10 @@ bool isArmed(const Operation& operation)
 
 constexpr std::int64_t nanosecondsPerMs = 1'000'000;
 
+// So many waits in a row can go without a look at the kernel's events, if they have no time and
+// routines are due.
+constexpr unsigned mostWaitsWithoutEvents = 8;
+
 std::int64_t nowNs()
 {
     std::int64_t count = 0;
@@ -347,11 +351,18 @@ std::uint32_t Proactor::wait(WaitList::Impl* list, std::uint32_t timeoutMs)
             return WAIT_FAILED;
         }
         // Events are taken in even if there is something to hand out already: a stream that
-        // never runs dry must not keep the others waiting.
+        // never runs dry must not keep the others waiting. A few waits without time, such as those
+        // for log lines, can go without.
+        const bool routinesWait = !queue.empty();
         const bool somethingThere =
-            !queue.empty() || !connectEnds.empty() || (list && !list->signalled.empty());
-        if (!takeEvents(somethingThere ? 0 : remaining))
-            return WAIT_FAILED;
+            routinesWait || !connectEnds.empty() || (list && !list->signalled.empty());
+        if (routinesWait && timeoutMs == 0 && waitsWithoutEvents < mostWaitsWithoutEvents) {
+            ++waitsWithoutEvents;
+        } else {
+            waitsWithoutEvents = 0;
+            if (!takeEvents(somethingThere ? 0 : remaining))
+                return WAIT_FAILED;
+        }
         tellConnectEnds();
         if (list && !list->signalled.empty())
             return static_cast<std::uint32_t>(*list->signalled.begin());

@@ -203,6 +203,7 @@ private:
     SlotTable<Waitable, 0x80000000> waitables;
     CompletionQueue queue;
     std::deque<ConnectEnd> connectEnds;
+    unsigned waitsWithoutEvents = 0;  // in a row
     std::array<epoll_event, 256> batch;
 };
 
