@@ -42,12 +42,9 @@ struct CheckType {
 };
 
 const CheckType checkTypes[] = {
-    {services::SERVICE_HTTP, make<HTTPNetCheck>},
-    {services::SERVICE_DNS, make<DNSNetCheck>},
-    {services::SERVICE_SMTP, make<SMTPNetCheck>},
-    {services::SERVICE_POP3, make<POP3NetCheck>},
-    {services::SERVICE_TCP, make<GenTCPNetCheck>},
-    {services::SERVICE_FTP, make<FTPNetCheck>},
+    {services::SERVICE_HTTP, make<HTTPNetCheck>},  {services::SERVICE_DNS, make<DNSNetCheck>},
+    {services::SERVICE_SMTP, make<SMTPNetCheck>},  {services::SERVICE_POP3, make<POP3NetCheck>},
+    {services::SERVICE_TCP, make<GenTCPNetCheck>}, {services::SERVICE_FTP, make<FTPNetCheck>},
     {services::SERVICE_IMAP, make<IMAPNetCheck>},
 };
 
