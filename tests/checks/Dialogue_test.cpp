@@ -130,7 +130,6 @@ TEST(Dialogue, Cases)
         // What follows the last line is no answer to the next request.
         {"SMTP", none, "<220 a~250 b~$^220>HELO HOST~<421 c~^421", 6},
         {"SMTP", none, "<220-a~220~" + more + "^too small reply", 6},
-        {"SMTP", none, "< 22 a~^22", 6},
         {"SMTP", none, "<220 a~$^220>HELO HOST~!^0 SMTP: " + end, 5},
         {"SMTP", none, "<abc hello~" + parse + "\"abc\""},
         {"SMTP", none, "<220-a~    b~" + more + parse + "\"   \""},
@@ -146,10 +145,8 @@ TEST(Dialogue, Cases)
              "|~$^220>QUIT~<221-~221 ~^221"},
         {"FTP", none, "<220 a~221 b~$^220>QUIT~<120 c~^120", 6},
         {"FTP", none, "<220:a~^bad reply (-)", 6},
-        {"FTP", none, "<220-a~230 b~^230", 6},
         {"FTP", login, "<220 a~$^220>USER u~<201 b~^201", 6},
         {"FTP", login, "<220 a~$^220>USER u~<331 b~^331>PASS p~<202 c~^202", 6},
-        {"FTP", login, "<220 a~$^220>USER u~<331 b~^331>PASS p~<331 c~^331", 6},
         {"FTP", none, "<220-a~!^0 FTP: " + end, 5},
         {"FTP", {boolSetting(517, true)}, mismatch + "string_t: user"},
         {"FTP", {boolSetting(535, true)}, mismatch + "string_t: checkPassword"},
@@ -244,15 +241,16 @@ TEST(Dialogue, Cases)
 
 TEST(Dialogue, NoConnection)
 {
-    const std::string version =
+    const char* const version =
         "SSL Connect/Accept failed:error:0A00010B:SSL routines::wrong version number";
     RefusingPort refusing;
     ScriptedServer plain({step::send("220 a\r\n"), step::expectEnd()});
     Worker worker;
-    for (const auto& [kind, service] : services) {
+    for (const auto& entry : services) {
+        const std::string& kind = entry.first;
         const auto told = [&](std::uint32_t port, bool useSsl, std::int32_t result) {
             const Settings settings = {boolSetting(559, useSsl)};
-            worker.send({.service = service, .port = port, .properties = settings});
+            worker.send({.service = entry.second, .port = port, .properties = settings});
             EXPECT_EQ(worker.readResult().result, result);
             return worker.transcript().rbegin()[1];
         };
@@ -260,8 +258,8 @@ TEST(Dialogue, NoConnection)
         EXPECT_EQ(told(refusing.port(), false, 3), refused);
         EXPECT_EQ(told(refusing.port(), true, 3), refused);
         if (kind == "POP3") {
-            const std::string failed = "0 POP3: readBegin: SSL_Socket_IStream: " + version;
-            EXPECT_EQ(told(plain.port(), true, 5), failed);
+            const std::string read = "0 POP3: readBegin: SSL_Socket_IStream: ";
+            EXPECT_EQ(told(plain.port(), true, 5), read + version);
         } else if (kind == "HTTP" || kind == "IMAP") {
             EXPECT_EQ(told(plain.port(), true, 4), "0 " + kind + ": writeBegin fails" + version);
         }
