@@ -1,10 +1,11 @@
 #include "checks/Exchange.h"
 
+#include "common/assertion.h"
 #include "common/errors.h"
 #include "common/log.h"
 #include "queues/records/services.h"
 
-#include <cstring>
+#include <algorithm>
 #include <optional>
 
 const ExchangeTexts smtpTexts = {
@@ -126,7 +127,7 @@ void Exchange::sendText(io::OStream& out, const std::string& request)
         fail(std::string(texts.name) + ": Buffer too small", services::RESULT_WRITE_FAILED);
         return;
     }
-    std::memcpy(space, request.data(), request.size());
+    std::copy(request.begin(), request.end(), space);
     if (const auto failure = failureOf([&] { out.writeCommit(request.size()); })) {
         fail(texts.writeCommit + *failure, services::RESULT_WRITE_FAILED);
         return;
@@ -204,6 +205,24 @@ bool Exchange::accepts(const ReplyVerdict& verdict, io::IStream& in)
     else if (verdict.kind == ReplyVerdict::Kind::bad)
         check->finishWith(services::RESULT_BAD_REPLY);
     return verdict.kind == ReplyVerdict::Kind::complete;
+}
+
+bool Exchange::takeStep(std::span<const Transition> steps, std::int32_t code, std::uint32_t* state)
+{
+    bool known = false;
+    for (const Transition& step : steps) {
+        if (step.from != *state)
+            continue;
+        known = true;
+        if (step.code == code || step.code == Transition::anyCode) {
+            *state = step.to;
+            return true;
+        }
+    }
+    if (!known)
+        assertion("unknown state");
+    check->finishWith(services::RESULT_BAD_REPLY);
+    return false;
 }
 
 void Exchange::fail(const std::string& line, std::int32_t result)

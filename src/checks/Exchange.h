@@ -22,6 +22,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -62,6 +63,15 @@ struct ReplyVerdict {
     std::string_view code = {};  // three characters of the reply, where a code decides
 };
 
+// A step of a dialogue that is led by reply codes.
+struct Transition {
+    static constexpr std::int32_t anyCode = -1;
+
+    std::uint32_t from;
+    std::int32_t code;
+    std::uint32_t to;
+};
+
 class Exchange {
 public:
     Exchange(NetCheck* itsCheck, const ExchangeTexts& itsTexts) : check(itsCheck), texts(itsTexts)
@@ -94,6 +104,10 @@ public:
     // the reply is complete.
     bool accepts(const ReplyVerdict& verdict, io::IStream& in);
 
+    // Goes to the next state, or ends a check whose state has no step on this code. An assertion
+    // for a state that has no steps at all.
+    bool takeStep(std::span<const Transition> steps, std::int32_t code, std::uint32_t* state);
+
     void waitFor(io::Selectable& stream) { check->selector->add(&stream, check); }
 
 private:
@@ -103,20 +117,6 @@ private:
 
     NetCheck* check;
     const ExchangeTexts& texts;
-};
-
-// A step of a dialogue that is led by reply codes.
-struct Transition {
-    static constexpr std::int32_t anyCode = -1;
-
-    std::uint32_t from;
-    std::int32_t code;
-    std::uint32_t to;
-
-    // The step from this state on this code, or null.
-    template <std::size_t count>
-    static const Transition* find(const Transition (&steps)[count], std::uint32_t state,
-                                  std::int32_t code);
 };
 
 // True for a text that ends in the two characters of a line end.
@@ -142,15 +142,4 @@ void Exchange::send(io::OStream& out, const Request& request)
 {
     check->selector->remove(&out);
     sendText(out, request());
-}
-
-template <std::size_t count>
-const Transition* Transition::find(const Transition (&steps)[count], std::uint32_t state,
-                                   std::int32_t code)
-{
-    for (const Transition& step : steps) {
-        if (step.from == state && (step.code == code || step.code == anyCode))
-            return &step;
-    }
-    return nullptr;
 }

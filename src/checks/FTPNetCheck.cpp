@@ -110,16 +110,11 @@ void FTPNetCheck::processReply(std::int32_t code)
 {
     if (traceWanted())
         log("FTP processReply: code = " + intToString(code), logTrace);
-    if (state < greeting || state > quit)
-        assertion("unknown state");
-    const Transition* const step = Transition::find(transitions, state, code);
-    if (step == nullptr) {
-        finishWith(services::RESULT_BAD_REPLY);
+    const bool greeted = state == greeting;
+    if (!exchange.takeStep(transitions, code, &state))
         return;
-    }
-    if (state == greeting)
+    if (greeted)
         stat.result_strings.push_back(reply);
-    state = step->to;
     if (state == userName && user.empty())
         state = quit;
     if (state == idle)

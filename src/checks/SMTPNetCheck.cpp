@@ -100,16 +100,11 @@ void SMTPNetCheck::processReply(std::int32_t code)
 {
     if (traceWanted())
         log("SMTP processReply: code = " + intToString(code), logTrace);
-    if (state < greeting || state > quit)
-        assertion("unknown state");
-    const Transition* const step = Transition::find(transitions, state, code);
-    if (step == nullptr) {
-        finishWith(services::RESULT_BAD_REPLY);
+    const bool greeted = state == greeting;
+    if (!exchange.takeStep(transitions, code, &state))
         return;
-    }
-    if (state == greeting)
+    if (greeted)
         stat.result_strings.push_back(reply);
-    state = step->to;
     if (state == vrfy && !executeVrfy)
         state = quit;
     if (state == idle)

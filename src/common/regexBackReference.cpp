@@ -20,7 +20,7 @@
 namespace regex {
 namespace {
 
-constexpr std::size_t mostWork = std::size_t{1} << 23;  // ways, over a whole match
+constexpr std::size_t mostWork = std::size_t{1} << 21;  // ways, over a whole match
 constexpr std::size_t mostWays = std::size_t{1} << 18;  // at one time, of one node
 
 struct Way {
@@ -148,18 +148,18 @@ private:
                 clearGroups(node.firstChild, &cleared);
                 follow(node.firstChild, cleared, &next);
             }
-            // An empty turn makes up for all that are missing, and is the last one.
+            const std::uint32_t number = node.most == unbounded
+                                             ? std::min(turn.number + 1, std::max(node.least, 1U))
+                                             : turn.number + 1;
+            // Turns that match nothing are for those that are missing, or for a single one.
             for (const Way& way : next) {
-                if (way.at == turn.way.at && (turn.number < node.least || turn.number == 0))
+                if (way.at == turn.way.at && turn.number == 0 && node.least == 0)
                     add(way, &found);
             }
             if (turn.number >= node.least)
                 add(turn.way, &found);
-            const std::uint32_t number = node.most == unbounded
-                                             ? std::min(turn.number + 1, std::max(node.least, 1U))
-                                             : turn.number + 1;
             for (auto way = next.rbegin(); way != next.rend(); ++way) {
-                if (way->at != turn.way.at)
+                if (way->at != turn.way.at || turn.number < node.least)
                     open.push_back({std::move(*way), number});
             }
         }

@@ -110,6 +110,8 @@ private:
 // Gives the bytes of the set classes of their own.
 void refine(RegexProgram& program, const ByteSet& set)
 {
+    if (set.none() || set.all())
+        return;  // tells no two bytes apart
     constexpr std::uint8_t unseen = 0;  // no class is split off from another as number 0
     std::array<std::uint8_t, 256> inside{};
     std::array<bool, 256> hasOutside{};
@@ -150,6 +152,10 @@ void classify(RegexProgram& program)
 
     for (const ByteSet& set : program.syntax.sets)
         refine(program, set);
+    if (!program.edgesMatter) {
+        program.edgeOf.resize(program.classes, Edge::plain);
+        return;
+    }
     ByteSet words;
     ByteSet lines;
     for (std::size_t byte = 0; byte < 256; ++byte) {
@@ -164,6 +170,19 @@ void classify(RegexProgram& program)
         program.edgeOf[program.classOf[byte]] = edgeOf(byte, usesWords, usesLines);
 }
 
+// Adds a jump of the word that is being filled. Many have the same target: all that leave a
+// repetition have.
+void addJump(RegexProgram& program, std::uint64_t bit, std::uint32_t target)
+{
+    const auto begin = program.jumps.begin() + program.jumpsOf.back();
+    const auto known = std::find_if(begin, program.jumps.end(),
+                                    [target](const Jump& jump) { return jump.target == target; });
+    if (known != program.jumps.end())
+        known->from |= bit;
+    else
+        program.jumps.push_back({bit, target});
+}
+
 void fillSets(RegexProgram& program)
 {
     const std::size_t words = (program.states.size() + 63) / 64;
@@ -175,9 +194,12 @@ void fillSets(RegexProgram& program)
     program.readers.resize(program.classes * words);
     program.silent.resize(words);
     program.asserting.resize(words);
+    program.splits.resize(words);
     for (std::uint32_t number = 0; number < program.states.size(); ++number) {
         const State& state = program.states[number];
         const std::uint64_t bit = std::uint64_t{1} << number % 64;
+        if (number % 64 == 0)
+            program.jumpsOf.push_back(static_cast<std::uint32_t>(program.jumps.size()));
         switch (state.kind) {
         case StateKind::read:
             for (std::size_t c = 0; c < program.classes; ++c) {
@@ -193,11 +215,15 @@ void fillSets(RegexProgram& program)
         case StateKind::split:
             program.silent[number / 64] |= bit;
             program.silentStates.push_back(number);
+            if (state.kind == StateKind::split)
+                program.splits[number / 64] |= bit;
+            addJump(program, bit, state.value);
             break;
         case StateKind::match:
             break;
         }
     }
+    program.jumpsOf.push_back(static_cast<std::uint32_t>(program.jumps.size()));
 }
 
 // ---- Knowledge for searches ----------------------------------------------------------------

@@ -165,6 +165,12 @@ struct Span {
     auto operator<=>(const Span&) const = default;
 };
 
+// Where states of one word of a set go on to without reading, besides the state behind.
+struct Jump {
+    std::uint64_t from;
+    std::uint32_t target;
+};
+
 // The table of regexSearch.cpp. Rows are numbered in multiples of their length.
 struct DfaCache {
     std::vector<std::uint32_t> next;   // row, by row and class
@@ -199,6 +205,11 @@ struct RegexProgram {
     std::vector<std::uint64_t> silent;
     std::vector<std::uint64_t> asserting;
     std::vector<std::uint32_t> silentStates;  // the same, as ascending numbers
+    // Jumps and splits once more, to be followed by words: those that also lead to the state
+    // behind, and the jumps of each word, from jumpsOf[word] up to jumpsOf[word + 1].
+    std::vector<std::uint64_t> splits;
+    std::vector<regex::Jump> jumps;
+    std::vector<std::uint32_t> jumpsOf;
 
     // For the question whether there is a match at all. What may be missing at the start of a
     // match is left out of it: the text matches just as well without.

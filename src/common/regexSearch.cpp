@@ -32,7 +32,7 @@ constexpr std::size_t fewestRows = 64;
 constexpr std::size_t mostRows = 10000;
 constexpr std::size_t firstTableSize = 64;
 
-constexpr std::ptrdiff_t firstWalk = 32;  // bytes that sets follow before there is a table
+constexpr std::ptrdiff_t firstWalk = 16;  // bytes that sets follow before there is a table
 constexpr std::size_t worthBytes = 8;     // a row is worth building for so many
 
 enum class Verdict { open, yes, no };

@@ -36,6 +36,19 @@ public:
         word = word >> 1 & static_cast<std::uint32_t>(readers[0]);
     }
 
+    // Adds what lies behind jumps and splits.
+    void follow(const RegexProgram& program)
+    {
+        for (std::uint32_t old = ~word; old != word;) {
+            old = word;
+            word |= (word & static_cast<std::uint32_t>(program.splits[0])) << 1;
+            for (const Jump& jump : program.jumps) {
+                if ((word & jump.from) != 0)
+                    add(jump.target);
+            }
+        }
+    }
+
     template <class Action>
     void forEach(const std::vector<std::uint64_t>& mask, Action action) const
     {
@@ -102,6 +115,33 @@ public:
         }
     }
 
+    // Adds what lies behind jumps and splits, a word of states at a time. Most jumps lead on; for
+    // one that leads back to an earlier word, the words from there on have another turn.
+    void follow(const RegexProgram& program)
+    {
+        for (std::size_t i = 0; i < array.size();) {
+            if ((array[i] & program.silent[i]) == 0) {
+                ++i;
+                continue;
+            }
+            std::size_t next = i + 1;
+            for (std::uint64_t old = ~array[i]; old != array[i];) {
+                old = array[i];
+                array[i] |= (old & program.splits[i]) << 1;
+                for (std::uint32_t j = program.jumpsOf[i]; j < program.jumpsOf[i + 1]; ++j) {
+                    const Jump& jump = program.jumps[j];
+                    if ((array[i] & jump.from) == 0 || has(jump.target))
+                        continue;
+                    add(jump.target);
+                    next = std::min<std::size_t>(next, jump.target / 64);
+                }
+            }
+            if ((array[i] & program.splits[i]) >> 63 != 0)
+                array[i + 1] |= 1;
+            i = next;
+        }
+    }
+
     template <class Action>
     void forEach(const std::vector<std::uint64_t>& mask, Action action) const
     {
@@ -134,10 +174,7 @@ public:
     }
 
     // What lies behind the silent states that advance() has come to.
-    void complete(Set& set)
-    {
-        set.forEach(program.silent, [&](std::uint32_t number) { addBehind(set, number); });
-    }
+    void complete(Set& set) { set.follow(program); }
 
     // What lies behind the assertions of a set that is complete but for them.
     void pass(Set& set, const Gap& gap)

@@ -152,6 +152,8 @@ private:
             load(0);
         }
 
+        std::size_t end() const { return task.end; }
+
         const Set& at(std::size_t place)
         {
             const std::size_t number = (place - task.begin) / blockLength;
@@ -229,7 +231,7 @@ private:
             if (set.has(last))
                 found = place;
             set.remove(last);
-            if (set.isEmpty())
+            if (place == ways.end() || set.isEmpty())
                 return found;
             set.advance(program.readersOf(text.begin[place]));
             gap = gapAt(place + 1);
