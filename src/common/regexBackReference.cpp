@@ -67,11 +67,11 @@ private:
             add(from, out);
             break;
         case NodeKind::bytes:
-            if (from.at < text.size() && syntax.sets[node.value][text.begin[from.at]])
+            if (from.at < text.size() && syntax.sets[node.value].has(text.begin[from.at]))
                 add({from.at + 1, from.groups}, out);
             break;
         case NodeKind::assertion:
-            if (gapAt(from.at).allows(static_cast<Assertion>(node.value)))
+            if (program.gapAt(text, from.at).allows(static_cast<Assertion>(node.value)))
                 add(from, out);
             break;
         case NodeKind::backReference:
@@ -200,12 +200,6 @@ private:
     {
         std::stable_sort(ways->begin(), ways->end(),
                          [](const Way& a, const Way& b) { return a.at > b.at; });
-    }
-
-    Gap gapAt(std::size_t place) const
-    {
-        return {place == 0 ? text.atBegin : program.edge(text.begin[place - 1]),
-                place == text.size() ? text.atEnd : program.edge(text.begin[place])};
     }
 
     const RegexProgram& program;

@@ -146,14 +146,16 @@ public:
         if ((cflags & REG_ICASE) != 0) {
             for (int byte = 'A'; byte <= 'Z'; ++byte) {
                 const int small = std::tolower(byte);
-                if (set[byte] || set[small])
-                    set.set(byte).set(small);
+                if (set.has(byte) || set.has(small)) {
+                    set.add(byte);
+                    set.add(small);
+                }
             }
         }
         if (inverted)
-            set.flip();
+            set.invert();
         if ((cflags & REG_NEWLINE) != 0)
-            set.reset('\n');
+            set.remove('\n');
         return set;
     }
 
@@ -201,7 +203,7 @@ private:
                 continue;
             for (int byte = 0; byte < 256; ++byte) {
                 if (known.holds(byte) != 0)
-                    set.set(byte);
+                    set.add(byte);
             }
             return;
         }
@@ -231,7 +233,7 @@ private:
             readClass();
         } else if (startsWith("[=")) {
             at += 2;
-            set.set(readElementName('='));
+            set.add(readElementName('='));
         } else {
             const std::uint8_t low = readElement();
             const bool isRange = atRange();
@@ -241,7 +243,7 @@ private:
             if (low > high)
                 throw Refusal{REG_ERANGE};
             for (int byte = low; byte <= high; ++byte)
-                set.set(byte);
+                set.add(byte);
         }
         // What is left is a range that starts with a class or with another range.
         if (atRange())

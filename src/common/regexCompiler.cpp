@@ -8,6 +8,7 @@
 
 #include "common/regex.h"
 #include "common/regexProgram.h"
+#include "common/regexSets.h"
 
 #include <algorithm>
 #include <utility>
@@ -41,7 +42,7 @@ public:
             break;
         case NodeKind::backReference:
             add(StateKind::split, end);
-            add(StateKind::read, none);
+            write(node.firstChild);
             add(StateKind::jump, end - node.states);
             break;
         case NodeKind::group:
@@ -107,36 +108,42 @@ private:
 
 // ---- Byte classes and sets of states -------------------------------------------------------
 
-// Gives the bytes of the set classes of their own.
-void refine(RegexProgram& program, const ByteSet& set)
-{
-    if (set.none() || set.all())
-        return;  // tells no two bytes apart
-    constexpr std::uint8_t unseen = 0;  // no class is split off from another as number 0
-    std::array<std::uint8_t, 256> inside{};
-    std::array<bool, 256> hasOutside{};
-    for (std::size_t byte = 0; byte < 256; ++byte) {
-        if (!set[byte])
-            hasOutside[program.classOf[byte]] = true;
-    }
-    for (std::size_t byte = 0; byte < 256; ++byte) {
-        std::uint8_t& old = program.classOf[byte];
-        if (!set[byte] || !hasOutside[old])
-            continue;
-        if (inside[old] == unseen)
-            inside[old] = static_cast<std::uint8_t>(program.classes++);
-        old = inside[old];
-    }
-}
+class Classes {
+public:
+    explicit Classes(RegexProgram& theProgram) : program(theProgram) { sizes[0] = 256; }
 
-Edge edgeOf(std::size_t byte, bool usesWords, bool usesLines)
-{
-    if (usesLines && byte == '\n')
-        return Edge::line;
-    return usesWords && isWordByte(static_cast<std::uint8_t>(byte)) ? Edge::word : Edge::plain;
-}
+    // Gives the bytes of the set classes of their own. Of a set and its opposite, the smaller one
+    // is less work.
+    void refine(ByteSet set)
+    {
+        if (set.count() > 128)
+            set.invert();
+        std::array<std::uint16_t, 256> inside{};  // bytes by class
+        set.forEach([&](std::uint8_t byte) { ++inside[program.classOf[byte]]; });
+        std::array<std::uint8_t, 256> split;
+        set.forEach([&](std::uint8_t byte) {
+            std::uint8_t& number = program.classOf[byte];
+            if (inside[number] == 0 || inside[number] == sizes[number])
+                return;
+            if (inside[number] != moving) {
+                split[number] = static_cast<std::uint8_t>(program.classes++);
+                sizes[split[number]] = inside[number];
+                sizes[number] = static_cast<std::uint16_t>(sizes[number] - inside[number]);
+                inside[number] = moving;
+            }
+            number = split[number];
+        });
+    }
 
-void classify(RegexProgram& program)
+private:
+    static constexpr std::uint16_t moving = 0xffff;
+
+    RegexProgram& program;
+    std::array<std::uint16_t, 256> sizes{};
+};
+
+// Tells edges apart as far as the program asks for them.
+void findEdges(RegexProgram& program, Classes* classes)
 {
     bool usesWords = false;
     bool usesLines = false;
@@ -150,24 +157,22 @@ void classify(RegexProgram& program)
     }
     program.edgesMatter = usesWords || usesLines;
 
-    for (const ByteSet& set : program.syntax.sets)
-        refine(program, set);
-    if (!program.edgesMatter) {
-        program.edgeOf.resize(program.classes, Edge::plain);
-        return;
+    if (usesWords) {
+        ByteSet words;
+        for (std::size_t byte = 0; byte < 256; ++byte) {
+            if (isWordByte(static_cast<std::uint8_t>(byte)))
+                words.add(byte);
+        }
+        classes->refine(words);
+        words.forEach(
+            [&](std::uint8_t byte) { program.edgeOf[program.classOf[byte]] = Edge::word; });
     }
-    ByteSet words;
-    ByteSet lines;
-    for (std::size_t byte = 0; byte < 256; ++byte) {
-        words[byte] = edgeOf(byte, usesWords, usesLines) == Edge::word;
-        lines[byte] = edgeOf(byte, usesWords, usesLines) == Edge::line;
+    if (usesLines) {
+        ByteSet lines;
+        lines.add('\n');
+        classes->refine(lines);
+        program.edgeOf[program.classOf['\n']] = Edge::line;
     }
-    refine(program, words);
-    refine(program, lines);
-
-    program.edgeOf.resize(program.classes);
-    for (std::size_t byte = 0; byte < 256; ++byte)
-        program.edgeOf[program.classOf[byte]] = edgeOf(byte, usesWords, usesLines);
 }
 
 // Adds a jump of the word that is being filled. Many have the same target: all that leave a
@@ -183,40 +188,39 @@ void addJump(RegexProgram& program, std::uint64_t bit, std::uint32_t target)
         program.jumps.push_back({bit, target});
 }
 
-void fillSets(RegexProgram& program)
+void fillMasks(RegexProgram& program)
 {
-    const std::size_t words = (program.states.size() + 63) / 64;
-    std::vector<std::uint8_t> sample(program.classes);  // a byte of each class
+    std::array<std::uint8_t, 256> sample{};  // a byte of each class
     for (std::size_t byte = 0; byte < 256; ++byte)
         sample[program.classOf[byte]] = static_cast<std::uint8_t>(byte);
 
-    program.words = words;
-    program.readers.resize(program.classes * words);
-    program.silent.resize(words);
-    program.asserting.resize(words);
-    program.splits.resize(words);
+    program.words = (program.states.size() + 63) / 64;
+    constexpr std::size_t otherMasks = 4;
+    program.masks.resize((program.classes + otherMasks) * program.words);
+    program.jumpsOf.reserve(program.words + 1);
     for (std::uint32_t number = 0; number < program.states.size(); ++number) {
         const State& state = program.states[number];
         const std::uint64_t bit = std::uint64_t{1} << number % 64;
+        const auto mark = [&](const std::uint64_t* mask) {
+            program.masks[mask - program.masks.data() + number / 64] |= bit;
+        };
         if (number % 64 == 0)
             program.jumpsOf.push_back(static_cast<std::uint32_t>(program.jumps.size()));
         switch (state.kind) {
         case StateKind::read:
             for (std::size_t c = 0; c < program.classes; ++c) {
-                if (state.value == none || program.syntax.sets[state.value][sample[c]])
-                    program.readers[c * words + number / 64] |= bit;
+                if (program.syntax.sets[state.value].has(sample[c]))
+                    mark(program.readers(c));
             }
             break;
         case StateKind::assertion:
-            program.asserting[number / 64] |= bit;
-            program.silentStates.push_back(number);
+            mark(program.asserting());
             break;
-        case StateKind::jump:
         case StateKind::split:
-            program.silent[number / 64] |= bit;
-            program.silentStates.push_back(number);
-            if (state.kind == StateKind::split)
-                program.splits[number / 64] |= bit;
+            mark(program.splits());
+            [[fallthrough]];
+        case StateKind::jump:
+            mark(program.silent());
             addJump(program, bit, state.value);
             break;
         case StateKind::match:
@@ -246,50 +250,44 @@ std::uint32_t findEntry(const Syntax& syntax)
     }
 }
 
-// Calls reached(state) for all that a search can come to without reading: readers, assertions, the
-// match. Behind an assertion it goes on if `reached` says so.
-template <class Reached>
-void explore(const RegexProgram& program, Reached reached)
+// What a search can come to before it reads.
+template <class Set>
+void findStart(RegexProgram& program)
 {
-    std::vector<bool> seen(program.states.size());
-    std::vector<std::uint32_t> open{program.entry};
-    while (!open.empty()) {
-        const std::uint32_t number = open.back();
-        open.pop_back();
-        if (seen[number])
-            continue;
-        seen[number] = true;
-        const State& state = program.states[number];
-        if (state.kind == StateKind::jump || state.kind == StateKind::split)
-            open.push_back(state.value);
-        if (state.kind == StateKind::split || (state.kind != StateKind::jump && reached(state)))
-            open.push_back(number + 1);
-    }
-}
+    Set start(program);
+    start.add(program.entry);
+    start.follow(program);
+    start.save(&program.masks[program.masks.size() - program.words]);
 
-void findFirstBytes(RegexProgram& program)
-{
-    ByteSet first;
-    program.hasFirst = true;
-    explore(program, [&](const State& state) {
-        if (state.kind == StateKind::read)
-            first |= state.value == none ? ByteSet().set() : program.syntax.sets[state.value];
-        if (state.kind == StateKind::match)
-            program.hasFirst = false;
-        return state.kind == StateKind::assertion;
-    });
-    for (std::size_t byte = 0; byte < 256; ++byte)
-        program.first[byte] = first[byte];
-}
-
-void findAnchor(RegexProgram& program)
-{
     program.anchored = (program.cflags & REG_NEWLINE) == 0;
-    explore(program, [&](const State& state) {
-        if (state.kind != StateKind::assertion ||
-            static_cast<Assertion>(state.value) != Assertion::lineStart)
+    for (std::uint32_t number = 0; number < program.states.size(); ++number) {
+        const State& state = program.states[number];
+        const bool isLineStart = state.kind == StateKind::assertion &&
+                                 static_cast<Assertion>(state.value) == Assertion::lineStart;
+        const bool isWay = state.kind == StateKind::jump || state.kind == StateKind::split;
+        if (start.has(number) && !isWay && !isLineStart)
             program.anchored = false;
-        return false;
+    }
+
+    // The first bytes, as if every assertion held.
+    for (bool again = true; again;) {
+        again = false;
+        start.forEach(program.asserting(), [&](std::uint32_t number) {
+            again = again || !start.has(number + 1);
+            start.add(number + 1);
+        });
+        start.follow(program);
+    }
+    ByteSet first;
+    for (std::uint32_t number = 0; number < program.matchState(); ++number) {
+        if (start.has(number) && program.states[number].kind == StateKind::read)
+            first.add(program.syntax.sets[program.states[number].value]);
+    }
+    program.hasFirst = !start.has(program.matchState());
+    program.firstCount = first.count();
+    first.forEach([&](std::uint8_t byte) {
+        program.first[byte] = 1;
+        program.firstByte = byte;
     });
 }
 
@@ -380,11 +378,8 @@ private:
     {
         if (literal.empty())
             literalLead = lead;
-        const ByteSet& set = syntax.sets[node.value];
-        std::size_t byte = 0;
-        while (!set[byte])
-            ++byte;
-        literal.push_back(static_cast<char>(byte));
+        syntax.sets[node.value].forEach(
+            [&](std::uint8_t byte) { literal.push_back(static_cast<char>(byte)); });
         lead = addUp(lead, 1);
         atStart = false;
     }
@@ -429,13 +424,20 @@ void compile(Syntax syntax, int cflags, RegexProgram* program)
     if (program->bad)
         return;
 
-    classify(*program);
-    fillSets(*program);
+    Classes classes(*program);
+    for (const ByteSet& set : program->syntax.sets)
+        classes.refine(set);
+    findEdges(*program, &classes);
+    fillMasks(*program);
+
     program->matchesAlways = program->syntax[program->syntax.root].nullable;
-    if (!program->matchesAlways)
-        program->entry = findEntry(program->syntax);
-    findFirstBytes(*program);
-    findAnchor(*program);
+    if (program->matchesAlways)
+        return;
+    program->entry = findEntry(program->syntax);
+    if (program->states.size() <= mostSmallStates)
+        findStart<SmallSet>(*program);
+    else
+        findStart<LargeSet>(*program);
     LiteralFinder(program->syntax).run(program);
 }
 

@@ -20,7 +20,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <unordered_map>
 #include <utility>
 
 namespace regex {
@@ -59,6 +58,7 @@ public:
     {
         if (pattern.empty())
             throw Refusal{REG_EMPTY};
+        syntax.nodes.reserve(std::min<std::size_t>(pattern.size() + 2, mostNodes));
         if ((cflags & REG_NOSPEC) != 0)
             syntax.root = readLiterals();
         else if (extended)
@@ -107,13 +107,13 @@ private:
 
     std::uint32_t addBytes(const ByteSet& set)
     {
-        const auto [known, isNew] =
-            setNumbers.try_emplace(set, static_cast<std::uint32_t>(syntax.sets.size()));
-        if (isNew)
+        const auto known = std::find(syntax.sets.begin(), syntax.sets.end(), set);
+        const auto number = static_cast<std::uint32_t>(known - syntax.sets.begin());
+        if (known == syntax.sets.end())
             syntax.sets.push_back(set);
         return add({.kind = NodeKind::bytes,
                     .nullable = false,
-                    .value = known->second,
+                    .value = number,
                     .states = 1,
                     .longest = 1});
     }
@@ -122,18 +122,20 @@ private:
     {
         const auto byte = static_cast<std::uint8_t>(c);
         ByteSet set;
-        set.set(byte);
-        if ((cflags & REG_ICASE) != 0)
-            set.set(std::tolower(byte)).set(std::toupper(byte));
+        set.add(byte);
+        if ((cflags & REG_ICASE) != 0) {
+            set.add(static_cast<std::uint8_t>(std::tolower(byte)));
+            set.add(static_cast<std::uint8_t>(std::toupper(byte)));
+        }
         return addBytes(set);
     }
 
     std::uint32_t addAnyByte()
     {
         ByteSet set;
-        set.set();
+        set.invert();
         if ((cflags & REG_NEWLINE) != 0)
-            set.reset('\n');
+            set.remove('\n');
         return addBytes(set);
     }
 
@@ -148,28 +150,41 @@ private:
         return add(node);
     }
 
-    // Chains the children; one alone stands for the whole.
-    std::uint32_t addList(NodeKind kind, const std::vector<std::uint32_t>& children)
+    // A sequence or choice in the making.
+    struct List {
+        Node node;
+        std::uint32_t last = none;
+    };
+
+    void append(List* list, std::uint32_t index)
     {
-        if (children.size() == 1)
-            return children[0];
-        const bool isChoice = kind == NodeKind::choice;
-        Node node{.kind = kind, .nullable = !isChoice, .firstChild = children[0]};
-        for (std::size_t i = 0; i < children.size(); ++i) {
-            Node& child = syntax.nodes[children[i]];
-            if (i + 1 < children.size()) {
-                child.nextSibling = children[i + 1];
-                if (isChoice)
-                    node.states += layout::beforeAlternative + layout::behindAlternative;
-            }
-            node.states += child.states;
-            node.hasGroups = node.hasGroups || child.hasGroups;
-            node.nullable =
-                isChoice ? node.nullable || child.nullable : node.nullable && child.nullable;
-            node.longest = isChoice ? std::max(node.longest, child.longest)
-                                    : addLengths(node.longest, child.longest);
+        Node& node = list->node;
+        const Node& child = syntax[index];
+        const bool isFirst = list->last == none;
+        if (isFirst)
+            node.firstChild = index;
+        else
+            syntax.nodes[list->last].nextSibling = index;
+        list->last = index;
+        node.states += child.states;
+        node.hasGroups = node.hasGroups || child.hasGroups;
+        if (node.kind == NodeKind::sequence) {
+            node.nullable = node.nullable && child.nullable;
+            node.longest = addLengths(node.longest, child.longest);
+        } else {
+            if (!isFirst)
+                node.states += layout::beforeAlternative + layout::behindAlternative;
+            node.nullable = (!isFirst && node.nullable) || child.nullable;
+            node.longest = std::max(node.longest, child.longest);
         }
-        return add(node);
+    }
+
+    // A child alone stands for the whole.
+    std::uint32_t finish(const List& list)
+    {
+        if (list.last == none)
+            throw Refusal{REG_EMPTY};
+        return list.last == list.node.firstChild ? list.last : add(list.node);
     }
 
     std::uint32_t addRepeat(std::uint32_t child, std::uint32_t least, std::uint32_t most)
@@ -196,16 +211,16 @@ private:
 
     std::uint32_t readChoice()
     {
-        std::vector<std::uint32_t> alternatives;
+        List alternatives{{.kind = NodeKind::choice}};
         do {
-            alternatives.push_back(readSequence());
+            append(&alternatives, readSequence());
         } while (take("|"));
-        return addList(NodeKind::choice, alternatives);
+        return finish(alternatives);
     }
 
     std::uint32_t readSequence()
     {
-        std::vector<std::uint32_t> pieces;
+        List pieces{{.kind = NodeKind::sequence}};
         while (!atEnd() && !startsWith('|') && !(nesting > 0 && startsWith(')'))) {
             const bool isCaret = startsWith('^');
             std::uint32_t piece = readAtom();
@@ -214,11 +229,9 @@ private:
                     throw Refusal{REG_BADRPT};
                 piece = readRepetition(piece);
             }
-            pieces.push_back(piece);
+            append(&pieces, piece);
         }
-        if (pieces.empty())
-            throw Refusal{REG_EMPTY};
-        return addList(NodeKind::sequence, pieces);
+        return finish(pieces);
     }
 
     bool atRepetition() const
@@ -264,16 +277,16 @@ private:
 
     std::uint32_t readBasicSequence()
     {
-        std::vector<std::uint32_t> pieces;
+        List pieces{{.kind = NodeKind::sequence}};
         if (take("^"))
-            pieces.push_back(addAssertion(Assertion::lineStart));
+            append(&pieces, addAssertion(Assertion::lineStart));
         for (bool atStart = true; !atBasicEnd(); atStart = false) {
             std::uint32_t piece = readBasicAtom(atStart);
             if (atRepetition())
                 piece = readRepetition(piece);
-            pieces.push_back(piece);
+            append(&pieces, piece);
         }
-        return addList(NodeKind::sequence, pieces);
+        return finish(pieces);
     }
 
     std::uint32_t readBasicAtom(bool atStart)
@@ -318,18 +331,24 @@ private:
             throw Refusal{REG_ESUBREG};
         syntax.hasBackReferences = true;
         // Its states are a loop over any byte: more than it matches, never less.
-        return add(
-            {.kind = NodeKind::backReference, .value = number, .states = 3, .longest = unbounded});
+        ByteSet any;
+        any.invert();
+        const std::uint32_t child = addBytes(any);
+        return add({.kind = NodeKind::backReference,
+                    .value = number,
+                    .firstChild = child,
+                    .states = 3,
+                    .longest = unbounded});
     }
 
     // ---- Both ------------------------------------------------------------------------------
 
     std::uint32_t readLiterals()
     {
-        std::vector<std::uint32_t> pieces;
+        List pieces{{.kind = NodeKind::sequence}};
         while (!atEnd())
-            pieces.push_back(addLiteral(pattern[at++]));
-        return addList(NodeKind::sequence, pieces);
+            append(&pieces, addLiteral(pattern[at++]));
+        return finish(pieces);
     }
 
     std::uint32_t readGroup(std::string_view closing)
@@ -423,7 +442,6 @@ private:
     std::size_t at = 0;
     unsigned nesting = 0;
     std::vector<bool> isClosed;  // by group number
-    std::unordered_map<ByteSet, std::uint32_t> setNumbers;
     Syntax syntax;
 };
 

@@ -19,7 +19,7 @@
 #pragma once
 
 #include <array>
-#include <bitset>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -29,7 +29,41 @@
 
 namespace regex {
 
-using ByteSet = std::bitset<256>;
+class ByteSet {
+public:
+    bool has(std::size_t byte) const { return (words[byte / 64] >> byte % 64 & 1) != 0; }
+    void add(std::size_t byte) { words[byte / 64] |= std::uint64_t{1} << byte % 64; }
+    void remove(std::size_t byte) { words[byte / 64] &= ~(std::uint64_t{1} << byte % 64); }
+    void add(const ByteSet& other)
+    {
+        for (std::size_t i = 0; i < words.size(); ++i)
+            words[i] |= other.words[i];
+    }
+    void invert()
+    {
+        for (std::uint64_t& word : words)
+            word = ~word;
+    }
+    unsigned count() const
+    {
+        unsigned sum = 0;
+        for (const std::uint64_t word : words)
+            sum += static_cast<unsigned>(std::popcount(word));
+        return sum;
+    }
+    template <class Action>
+    void forEach(Action action) const
+    {
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            for (std::uint64_t left = words[i]; left != 0; left &= left - 1)
+                action(static_cast<std::uint8_t>(i * 64 + std::countr_zero(left)));
+        }
+    }
+    bool operator==(const ByteSet&) const = default;
+
+private:
+    std::array<std::uint64_t, 4> words{};
+};
 
 inline constexpr std::uint32_t unbounded = std::numeric_limits<std::uint32_t>::max();
 inline constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
@@ -53,7 +87,7 @@ enum class NodeKind : std::uint8_t {
     empty,
     bytes,          // one byte of the set `value`
     assertion,      // `value` is an Assertion
-    backReference,  // the text of the group `value` once more
+    backReference,  // the text of the group `value` once more; the child is any byte
     group,          // the group `value`, counted from 1 by opening parentheses
     sequence,
     choice,
@@ -165,7 +199,7 @@ struct Span {
     auto operator<=>(const Span&) const = default;
 };
 
-// Where states of one word of a set go on to without reading, besides the state behind.
+// Where jumps and splits of one word of a set lead to, besides the state behind.
 struct Jump {
     std::uint64_t from;
     std::uint32_t target;
@@ -192,22 +226,22 @@ struct RegexProgram {
     regex::Syntax syntax;
     std::vector<regex::State> states;  // the last one is the match
 
-    // Bytes by class, and of each class what the program sees of it.
+    // Bytes by class, and of each class what assertions see of it.
     std::array<std::uint8_t, 256> classOf{};
     std::size_t classes = 1;
-    std::vector<regex::Edge> edgeOf;
+    std::array<regex::Edge, 256> edgeOf{};
     bool edgesMatter = false;  // some byte has an edge other than plain
 
-    // Sets of states, each `words` long: the readers of each class in turn; those to be followed
-    // without a byte; those among them that hang on an assertion.
+    // Sets of states, each `words` long: of each class the states that read it; then the four
+    // below.
     std::size_t words = 1;
-    std::vector<std::uint64_t> readers;
-    std::vector<std::uint64_t> silent;
-    std::vector<std::uint64_t> asserting;
-    std::vector<std::uint32_t> silentStates;  // the same, as ascending numbers
-    // Jumps and splits once more, to be followed by words: those that also lead to the state
-    // behind, and the jumps of each word, from jumpsOf[word] up to jumpsOf[word + 1].
-    std::vector<std::uint64_t> splits;
+    std::vector<std::uint64_t> masks;
+    const std::uint64_t* readers(std::size_t byteClass) const { return &masks[byteClass * words]; }
+    const std::uint64_t* silent() const { return &masks[classes * words]; }  // jumps and splits
+    const std::uint64_t* splits() const { return silent() + words; }
+    const std::uint64_t* asserting() const { return splits() + words; }
+    const std::uint64_t* initial() const { return asserting() + words; }  // what `entry` leads to
+    // The jumps of each word, from jumpsOf[word] up to jumpsOf[word + 1].
     std::vector<regex::Jump> jumps;
     std::vector<std::uint32_t> jumpsOf;
 
@@ -217,18 +251,21 @@ struct RegexProgram {
     bool anchored = false;    // every match starts at the start of the text
     std::uint32_t entry = 0;  // the state to start with
     bool hasFirst = false;    // every match starts with a byte of `first`
-    std::array<bool, 256> first{};
-    std::string literal;            // every match contains it, if it isn't empty...
+    unsigned firstCount = 0;
+    std::uint8_t firstByte = 0;             // one of them
+    std::array<std::uint8_t, 256> first{};  // 1 for each of them
+    std::string literal;                    // every match contains it, if it isn't empty...
     std::uint32_t literalLead = 0;  // ...with at most so many bytes in front, or `unbounded`
 
     regex::DfaCache cache;  // grows from one match to the next
 
     std::uint32_t matchState() const { return static_cast<std::uint32_t>(states.size() - 1); }
-    const std::uint64_t* readersOf(std::uint8_t byte) const
-    {
-        return &readers[classOf[byte] * words];
-    }
     regex::Edge edge(std::uint8_t byte) const { return edgeOf[classOf[byte]]; }
+    regex::Gap gapAt(const regex::Text& text, std::size_t place) const
+    {
+        return {place == 0 ? text.atBegin : edge(text.begin[place - 1]),
+                place == text.size() ? text.atEnd : edge(text.begin[place])};
+    }
 };
 
 namespace regex {

@@ -24,7 +24,6 @@
 #include <cstring>
 
 namespace regex {
-
 namespace {
 
 constexpr std::size_t cacheBytes = std::size_t{512} * 1024;
@@ -34,6 +33,9 @@ constexpr std::size_t firstTableSize = 64;
 
 constexpr std::ptrdiff_t firstWalk = 16;  // bytes that sets follow before there is a table
 constexpr std::size_t worthBytes = 8;     // a row is worth building for so many
+constexpr unsigned staysBeforeLeap = 16;  // bytes in one row before more are looked at together
+constexpr std::size_t skipsBeforeJudgement = 16;
+constexpr std::size_t worthSkipping = 8;  // bytes a skip, on average
 
 enum class Verdict { open, yes, no };
 
@@ -47,11 +49,10 @@ public:
           end(theText.end),
           at(theText.begin),
           before(theText.atBegin),
-          closure(theProgram),
           initial(theProgram),
           current(theProgram)
     {
-        closure.add(initial, program.entry);
+        initial.load(program.initial());
     }
 
     bool run()
@@ -80,7 +81,7 @@ public:
         if (verdict == Verdict::open)
             verdict = walk(end);
         if (verdict == Verdict::open) {
-            closure.pass(current, {before, text.atEnd});
+            passAssertions(current, program, {before, text.atEnd});
             return current.has(program.matchState());
         }
         return verdict == Verdict::yes;
@@ -104,27 +105,44 @@ private:
         return static_cast<const std::uint8_t*>(memmem(from, left, literal.data(), literal.size()));
     }
 
+    const std::uint8_t* findFirst(const std::uint8_t* from) const
+    {
+        const auto& first = program.first;
+        if (program.firstCount == 1) {
+            const auto left = static_cast<std::size_t>(end - from);
+            const void* found = std::memchr(from, program.firstByte, left);
+            return static_cast<const std::uint8_t*>(found);
+        }
+        while (end - from >= 4 &&
+               (first[from[0]] | first[from[1]] | first[from[2]] | first[from[3]]) == 0)
+            from += 4;
+        while (from != end && first[*from] == 0)
+            ++from;
+        return from == end ? nullptr : from;
+    }
+
     // Goes on to where the next match may start; false if there is none. No match is under way.
     bool skip()
     {
-        if (!program.literal.empty() && (literalAt == nullptr || literalAt < at)) {
-            if (literalAt == nullptr || program.literalLead != unbounded)
+        const bool hasLiteral = !program.literal.empty();
+        const bool hasLead = hasLiteral && program.literalLead != unbounded;
+        for (;;) {
+            if (hasLiteral && (literalAt == nullptr || (hasLead && literalAt < at))) {
                 literalAt = findLiteral(at);
-            if (literalAt == nullptr)
-                return false;
-        }
-        if (!program.literal.empty() && program.literalLead != unbounded) {
-            if (static_cast<std::size_t>(literalAt - at) > program.literalLead)
+                if (literalAt == nullptr)
+                    return false;
+            }
+            if (hasLead && static_cast<std::size_t>(literalAt - at) > program.literalLead)
                 moveTo(literalAt - program.literalLead);
-        } else if (program.hasFirst) {
-            const std::uint8_t* next = at;
-            while (next != end && !program.first[*next])
-                ++next;
-            if (next == end)
+            if (!program.hasFirst)
+                return true;
+            const std::uint8_t* const next = findFirst(at);
+            if (next == nullptr)
                 return false;
             moveTo(next);
+            if (!hasLead || at <= literalAt)
+                return true;
         }
-        return true;
     }
 
     void moveTo(const std::uint8_t* place)
@@ -139,13 +157,13 @@ private:
     // Reads a byte of the class; true if a match has come to its end.
     bool step(Set& set, Edge edgeBefore, std::size_t byteClass)
     {
-        if (set.meets(program.asserting)) {
-            closure.pass(set, {edgeBefore, program.edgeOf[byteClass]});
+        if (set.meets(program.asserting())) {
+            passAssertions(set, program, {edgeBefore, program.edgeOf[byteClass]});
             if (set.has(program.matchState()))
                 return true;
         }
-        set.advance(&program.readers[byteClass * program.words]);
-        closure.complete(set);
+        set.advance(program.readers(byteClass));
+        set.follow(program);
         if (!program.anchored)
             set.add(initial);
         return set.has(program.matchState());
@@ -180,28 +198,19 @@ private:
             clearCache();
         builtFrom = at;
 
-        // In the initial row, edges are plain behind whatever is skipped, if they don't matter.
-        const bool canSkip = !program.anchored && !program.edgesMatter &&
-                             (program.hasFirst || !program.literal.empty());
-        const std::uint32_t lastSpecial = canSkip ? initialRow() : matchRow();
-        const std::uint8_t* const classOf = program.classOf.data();
+        // Where edges matter, the row behind skipped text would have to be looked for.
+        canSkip = !program.anchored && !program.edgesMatter &&
+                  (program.hasFirst || !program.literal.empty());
         std::uint32_t row = rowOf(current, before);
-        while (at != end) {
-            const std::uint32_t* const next = cache.next.data();
-            std::uint32_t target = unknownRow();
-            const std::uint8_t* place = at;
-            for (; place != end; ++place) {
-                target = next[row + classOf[*place]];
-                if (target <= lastSpecial)
-                    break;
-                row = target;
+        for (;;) {
+            std::uint32_t target = followRows(&row);
+            if (at == end) {
+                current.load(&cache.sets[row / rowLength() * program.words]);
+                before = cache.before[row / rowLength()];
+                return Verdict::open;
             }
-            at = place;
-            if (at == end)
-                break;
-
             if (target == unknownRow()) {
-                target = build(row, classOf[*at]);
+                target = build(row, program.classOf[*at]);
                 if (!worthwhile) {
                     before = program.edge(*at++);
                     return Verdict::open;
@@ -213,12 +222,53 @@ private:
                 return Verdict::no;
             row = target;
             ++at;
-            if (canSkip && row == initialRow() && !skip())
+            if (row == initialRow() && canSkip && !skipCounted())
                 return Verdict::no;
         }
-        current.load(&cache.sets[row / rowLength() * program.words]);
-        before = cache.before[row / rowLength()];
-        return Verdict::open;
+    }
+
+    // Goes on, from row to row, up to the end or to the byte that leads to the special row that
+    // it gives.
+    std::uint32_t followRows(std::uint32_t* from)
+    {
+        const std::uint32_t* const next = cache.next.data();
+        const std::uint8_t* const classOf = program.classOf.data();
+        const std::uint32_t lastSpecial = canSkip ? initialRow() : matchRow();
+        std::uint32_t row = *from;
+        std::uint32_t target = row;
+        unsigned stays = 0;
+        const std::uint8_t* place = at;
+        for (; place != end; ++place) {
+            target = next[row + classOf[*place]];
+            if (target <= lastSpecial)
+                break;
+            stays = target == row ? stays + 1 : 0;
+            row = target;
+            if (stays == staysBeforeLeap) {
+                // In one row, bytes needn't wait for the ones before them.
+                stays = 0;
+                const auto leaves = [&](std::ptrdiff_t i) {
+                    return next[row + classOf[place[i]]] ^ row;
+                };
+                while (end - place > 4 && (leaves(1) | leaves(2) | leaves(3) | leaves(4)) == 0)
+                    place += 4;
+            }
+        }
+        at = place;
+        *from = row;
+        return target;
+    }
+
+    // Skips as long as it pays.
+    bool skipCounted()
+    {
+        const std::uint8_t* const from = at;
+        if (!skip())
+            return false;
+        skippedBytes += static_cast<std::size_t>(at - from);
+        ++skips;
+        canSkip = skips < skipsBeforeJudgement || skippedBytes >= skips * worthSkipping;
+        return true;
     }
 
     // Fills in where the class leads to from the row; `current` is the set there.
@@ -316,13 +366,15 @@ private:
     Edge before;  // of `at`
     const std::uint8_t* literalAt = nullptr;
 
-    Closure<Set> closure;
     Set initial;
     Set current;  // complete but for assertions
 
     std::vector<std::uint64_t> key;
     const std::uint8_t* builtFrom = nullptr;
-    bool worthwhile = true;
+    bool worthwhile = true;  // to build rows
+    bool canSkip = false;    // from the initial row
+    std::size_t skips = 0;
+    std::size_t skippedBytes = 0;
 };
 
 }  // namespace

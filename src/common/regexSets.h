@@ -24,7 +24,7 @@ public:
     void remove(std::uint32_t state) { word &= ~(1U << state); }
     void add(const SmallSet& other) { word |= other.word; }
     void keep(const SmallSet& other) { word &= other.word; }
-    bool meets(const std::vector<std::uint64_t>& mask) const { return (word & mask[0]) != 0; }
+    bool meets(const std::uint64_t* mask) const { return (word & mask[0]) != 0; }
 
     // To the states behind those that are in `readers`; and back.
     void advance(const std::uint64_t* readers)
@@ -41,7 +41,7 @@ public:
     {
         for (std::uint32_t old = ~word; old != word;) {
             old = word;
-            word |= (word & static_cast<std::uint32_t>(program.splits[0])) << 1;
+            word |= (word & static_cast<std::uint32_t>(program.splits()[0])) << 1;
             for (const Jump& jump : program.jumps) {
                 if ((word & jump.from) != 0)
                     add(jump.target);
@@ -50,7 +50,7 @@ public:
     }
 
     template <class Action>
-    void forEach(const std::vector<std::uint64_t>& mask, Action action) const
+    void forEach(const std::uint64_t* mask, Action action) const
     {
         for (std::uint32_t left = word & static_cast<std::uint32_t>(mask[0]); left != 0;
              left &= left - 1)
@@ -87,7 +87,7 @@ public:
         for (std::size_t i = 0; i < array.size(); ++i)
             array[i] &= other.array[i];
     }
-    bool meets(const std::vector<std::uint64_t>& mask) const
+    bool meets(const std::uint64_t* mask) const
     {
         for (std::size_t i = 0; i < array.size(); ++i) {
             if ((array[i] & mask[i]) != 0)
@@ -119,15 +119,17 @@ public:
     // one that leads back to an earlier word, the words from there on have another turn.
     void follow(const RegexProgram& program)
     {
+        const std::uint64_t* const silent = program.silent();
+        const std::uint64_t* const splits = program.splits();
         for (std::size_t i = 0; i < array.size();) {
-            if ((array[i] & program.silent[i]) == 0) {
+            if ((array[i] & silent[i]) == 0) {
                 ++i;
                 continue;
             }
             std::size_t next = i + 1;
             for (std::uint64_t old = ~array[i]; old != array[i];) {
                 old = array[i];
-                array[i] |= (old & program.splits[i]) << 1;
+                array[i] |= (old & splits[i]) << 1;
                 for (std::uint32_t j = program.jumpsOf[i]; j < program.jumpsOf[i + 1]; ++j) {
                     const Jump& jump = program.jumps[j];
                     if ((array[i] & jump.from) == 0 || has(jump.target))
@@ -136,14 +138,14 @@ public:
                     next = std::min<std::size_t>(next, jump.target / 64);
                 }
             }
-            if ((array[i] & program.splits[i]) >> 63 != 0)
+            if ((array[i] & splits[i]) >> 63 != 0)
                 array[i + 1] |= 1;
             i = next;
         }
     }
 
     template <class Action>
-    void forEach(const std::vector<std::uint64_t>& mask, Action action) const
+    void forEach(const std::uint64_t* mask, Action action) const
     {
         for (std::size_t i = 0; i < array.size(); ++i) {
             for (std::uint64_t left = array[i] & mask[i]; left != 0; left &= left - 1)
@@ -159,74 +161,22 @@ private:
     std::vector<std::uint64_t> array;
 };
 
-// Adds to a set what its states reach without reading a byte. Between two bytes come the silent
-// states; assertions are passed only where the gap is known.
+// Adds what lies behind the assertions that hold in the gap. The set is complete but for them.
 template <class Set>
-class Closure {
-public:
-    explicit Closure(const RegexProgram& theProgram) : program(theProgram) {}
-
-    // The state itself and what lies behind it. Nothing is looked for behind `last`.
-    void add(Set& set, std::uint32_t state, const Gap* gap = nullptr, std::uint32_t last = none)
-    {
-        open.push_back(state);
-        addOpen(set, gap, last);
+void passAssertions(Set& set, const RegexProgram& program, const Gap& gap)
+{
+    for (bool again = true; again;) {
+        again = false;
+        set.forEach(program.asserting(), [&](std::uint32_t number) {
+            if (set.has(number + 1) ||
+                !gap.allows(static_cast<Assertion>(program.states[number].value)))
+                return;
+            set.add(number + 1);
+            again = true;
+        });
+        if (again)
+            set.follow(program);
     }
-
-    // What lies behind the silent states that advance() has come to.
-    void complete(Set& set) { set.follow(program); }
-
-    // What lies behind the assertions of a set that is complete but for them.
-    void pass(Set& set, const Gap& gap)
-    {
-        set.forEach(program.asserting, [&](std::uint32_t number) { addBehind(set, number, &gap); });
-    }
-
-    // Both at once.
-    void complete(Set& set, const Gap& gap, std::uint32_t last)
-    {
-        const auto follow = [&](std::uint32_t number) {
-            if (number != last)
-                addBehind(set, number, &gap, last);
-        };
-        set.forEach(program.silent, follow);
-        set.forEach(program.asserting, follow);
-    }
-
-private:
-    void addBehind(Set& set, std::uint32_t number, const Gap* gap = nullptr,
-                   std::uint32_t last = none)
-    {
-        openBehind(number, gap);
-        addOpen(set, gap, last);
-    }
-
-    void addOpen(Set& set, const Gap* gap, std::uint32_t last)
-    {
-        while (!open.empty()) {
-            const std::uint32_t number = open.back();
-            open.pop_back();
-            if (set.has(number))
-                continue;
-            set.add(number);
-            if (number != last)
-                openBehind(number, gap);
-        }
-    }
-
-    void openBehind(std::uint32_t number, const Gap* gap)
-    {
-        const State& state = program.states[number];
-        if (state.kind == StateKind::jump || state.kind == StateKind::split)
-            open.push_back(state.value);
-        if (state.kind == StateKind::split ||
-            (state.kind == StateKind::assertion && gap != nullptr &&
-             gap->allows(static_cast<Assertion>(state.value))))
-            open.push_back(number + 1);
-    }
-
-    const RegexProgram& program;
-    std::vector<std::uint32_t> open;
-};
+}
 
 }  // namespace regex

@@ -41,8 +41,13 @@ template <class Set>
 class Submatcher {
 public:
     Submatcher(const RegexProgram& theProgram, const Text& theText)
-        : program(theProgram), syntax(theProgram.syntax), text(theText), closure(theProgram)
-    {}
+        : program(theProgram), syntax(theProgram.syntax), text(theText)
+    {
+        for (std::uint32_t number = 0; number < program.matchState(); ++number) {
+            if (program.states[number].kind != StateKind::read)
+                silent.push_back(number);
+        }
+    }
 
     bool run(std::vector<Span>* spans)
     {
@@ -68,10 +73,9 @@ private:
         return {static_cast<std::ptrdiff_t>(begin), static_cast<std::ptrdiff_t>(end)};
     }
 
-    Gap gapAt(std::size_t place) const
+    const std::uint64_t* readers(std::size_t place) const
     {
-        return {place == 0 ? text.atBegin : program.edge(text.begin[place - 1]),
-                place == text.size() ? text.atEnd : program.edge(text.begin[place])};
+        return program.readers(program.classOf[text.begin[place]]);
     }
 
     // ---- Backwards -------------------------------------------------------------------------
@@ -79,9 +83,8 @@ private:
     // Adds the silent states from `first` on, up to `last`, behind which lies one of the set.
     void completeBackwards(Set& set, std::uint32_t first, std::uint32_t last, const Gap& gap) const
     {
-        const auto& all = program.silentStates;
-        const auto begin = std::lower_bound(all.begin(), all.end(), first);
-        const auto end = std::lower_bound(begin, all.end(), last);
+        const auto begin = std::lower_bound(silent.begin(), silent.end(), first);
+        const auto end = std::lower_bound(begin, silent.end(), last);
         // Most ways lead onwards, so going down a single pass sees them. One that leads back
         // makes another pass necessary.
         for (bool again = begin != end; again;) {
@@ -119,12 +122,12 @@ private:
         Set set(program);
         for (std::size_t place = text.size();; --place) {
             set.add(match);
-            completeBackwards(set, 0, match, gapAt(place));
+            completeBackwards(set, 0, match, program.gapAt(text, place));
             if (set.has(0))
                 found = place;
             if (place == 0)
                 return found;
-            set.retreat(program.readersOf(text.begin[place - 1]));
+            set.retreat(readers(place - 1));
         }
     }
 
@@ -141,7 +144,8 @@ private:
 
             Set set(owner.program);
             set.add(last);
-            owner.completeBackwards(set, task.first, last, owner.gapAt(task.end));
+            owner.completeBackwards(set, task.first, last,
+                                    owner.program.gapAt(owner.text, task.end));
             blockEnds.resize(count, set);
             for (std::size_t number = count; number-- > 1;) {
                 blockEnds[number] = set;
@@ -174,8 +178,9 @@ private:
         // From the set at the place to the one a byte earlier.
         void stepBack(Set& set, std::size_t place) const
         {
-            set.retreat(owner.program.readersOf(owner.text.begin[place - 1]));
-            owner.completeBackwards(set, task.first, last, owner.gapAt(place - 1));
+            set.retreat(owner.readers(place - 1));
+            owner.completeBackwards(set, task.first, last,
+                                    owner.program.gapAt(owner.text, place - 1));
         }
 
         void load(std::size_t number)
@@ -201,21 +206,48 @@ private:
 
     // ---- Forwards --------------------------------------------------------------------------
 
+    // Adds what lies behind the silent states of the set, and not what lies behind `last`.
+    void complete(Set& set, const Gap& gap, std::uint32_t last)
+    {
+        const auto open = [&](std::uint32_t number) {
+            if (number != last)
+                openBehind(number, gap);
+        };
+        set.forEach(program.silent(), open);
+        set.forEach(program.asserting(), open);
+        while (!opened.empty()) {
+            const std::uint32_t number = opened.back();
+            opened.pop_back();
+            if (set.has(number))
+                continue;
+            set.add(number);
+            open(number);
+        }
+    }
+
+    void openBehind(std::uint32_t number, const Gap& gap)
+    {
+        const State& state = program.states[number];
+        if (state.kind == StateKind::jump || state.kind == StateKind::split)
+            opened.push_back(state.value);
+        if (state.kind == StateKind::split ||
+            (state.kind == StateKind::assertion && gap.allows(static_cast<Assertion>(state.value))))
+            opened.push_back(number + 1);
+    }
+
     std::size_t findEnd(std::size_t begin)
     {
         const std::uint32_t match = program.matchState();
         std::size_t found = begin;
         Set set(program);
-        Gap gap = gapAt(begin);
-        closure.add(set, 0, &gap);
+        set.add(0);
         for (std::size_t place = begin;; ++place) {
+            complete(set, program.gapAt(text, place), none);
             if (set.has(match))
                 found = place;
             if (place == text.size() || set.isEmpty())
                 return found;
-            set.advance(program.readersOf(text.begin[place]));
-            gap = gapAt(place + 1);
-            closure.complete(set, gap, none);
+            set.advance(readers(place));
         }
     }
 
@@ -224,18 +256,16 @@ private:
     {
         std::size_t found = begin;
         Set set(program);
-        Gap gap = gapAt(begin);
-        closure.add(set, first, &gap, last);
+        set.add(first);
         for (std::size_t place = begin;; ++place) {
+            complete(set, program.gapAt(text, place), last);
             set.keep(ways.at(place));
             if (set.has(last))
                 found = place;
             set.remove(last);
             if (place == ways.end() || set.isEmpty())
                 return found;
-            set.advance(program.readersOf(text.begin[place]));
-            gap = gapAt(place + 1);
-            closure.complete(set, gap, last);
+            set.advance(readers(place));
         }
     }
 
@@ -322,7 +352,8 @@ private:
     const RegexProgram& program;
     const Syntax& syntax;
     const Text& text;
-    Closure<Set> closure;
+    std::vector<std::uint32_t> silent;  // the states that read nothing, in order
+    std::vector<std::uint32_t> opened;  // states that complete() has yet to look at
     std::vector<Task> tasks;
 };
 
