@@ -104,6 +104,9 @@ int match(RegexProgram& program, const char* start, std::size_t nmatch, tv_regma
           int eflags)
 {
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(start);
+    if ((program.cflags & REG_NOSUB) != 0)
+        nmatch = 0;
+    const bool wantsSpans = nmatch > 0 || program.syntax.hasBackReferences;
     std::ptrdiff_t offset = 0;
     regex::Text text{bytes, nullptr,
                      (eflags & REG_NOTBOL) != 0 ? regex::Edge::plain : regex::Edge::line,
@@ -114,15 +117,12 @@ int match(RegexProgram& program, const char* start, std::size_t nmatch, tv_regma
             return REG_INVARG;
         text.begin = bytes + offset;
         text.end = bytes + pmatch[0].rm_eo;
+    } else if (wantsSpans) {
+        text.end = bytes + std::strlen(start);
     }
-
-    if ((program.cflags & REG_NOSUB) != 0)
-        nmatch = 0;
-    if (nmatch == 0 && !program.syntax.hasBackReferences)
+    if (!wantsSpans)
         return regex::hasMatch(program, text) ? REG_OKAY : REG_NOMATCH;
 
-    if (text.end == nullptr)
-        text.end = bytes + std::strlen(start);
     std::vector<regex::Span> spans;
     if (!(program.syntax.hasBackReferences ? regex::findMatchWithReferences(program, text, &spans)
                                            : regex::findMatch(program, text, &spans)))

@@ -20,14 +20,24 @@
 namespace regex {
 namespace {
 
-constexpr std::size_t mostWork = std::size_t{1} << 21;  // ways, over a whole match
-constexpr std::size_t mostWays = std::size_t{1} << 18;  // at one time, of one node
+constexpr std::size_t mostWork = std::size_t{1} << 20;  // ways, over a whole match
+constexpr std::size_t mostWays = std::size_t{1} << 16;  // at one time, of one node
 
 struct Way {
     std::size_t at;
     std::vector<Span> groups;
 
-    auto operator<=>(const Way&) const = default;
+    // Any order will do.
+    bool operator<(const Way& other) const
+    {
+        return at != other.at
+                   ? at < other.at
+                   : std::lexicographical_compare(
+                         groups.begin(), groups.end(), other.groups.begin(), other.groups.end(),
+                         [](const Span& a, const Span& b) {
+                             return a.begin != b.begin ? a.begin < b.begin : a.end < b.end;
+                         });
+    }
 };
 
 using Ways = std::vector<Way>;

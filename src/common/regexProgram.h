@@ -196,7 +196,7 @@ struct Span {
     std::ptrdiff_t begin = -1;
     std::ptrdiff_t end = -1;
 
-    auto operator<=>(const Span&) const = default;
+    bool operator==(const Span&) const = default;
 };
 
 // Where jumps and splits of one word of a set lead to, besides the state behind.

@@ -1,7 +1,6 @@
 #include "io/Pipe.h"
 
 #include "common/assertion.h"
-#include "common/text.h"
 #include "io/Selector.h"
 #include "platform/ErrorCode.h"
 
@@ -23,12 +22,6 @@ namespace {
 bool isSet(std::uint32_t error)
 {
     return error != platform::ERROR_SUCCESS && error != platform::WAIT_IO_COMPLETION;
-}
-
-[[noreturn]] void overcommit(const char* stream, std::uint64_t count, std::uint64_t beyond)
-{
-    assertion(std::string("Overcommit in ") + stream + " " + uint64ToString(count) + " is " +
-              uint64ToString(beyond) + " bytes past end of buffer");
 }
 
 }  // namespace

@@ -1,8 +1,17 @@
 #include "io/Stream.h"
 
+#include "common/assertion.h"
+#include "common/text.h"
+
 #include <utility>
 
 namespace io {
+
+void overcommit(const char* stream, std::uint64_t count, std::uint64_t beyond)
+{
+    assertion(std::string("Overcommit in ") + stream + " " + uint64ToString(count) + " is " +
+              uint64ToString(beyond) + " bytes past end of buffer");
+}
 
 EEndOfStream::EEndOfStream(Selectable* stream, std::string why)
     : source(stream), detail(std::move(why)), source_name(stream->name())

@@ -41,6 +41,9 @@ public:
     virtual void close() = 0;
 };
 
+// The assertion about a commit of `count` bytes that goes `beyond` bytes past what was shown.
+[[noreturn]] void overcommit(const char* stream, std::uint64_t count, std::uint64_t beyond);
+
 // The end of a stream.
 class EEndOfStream : public error::Exception {
 public:

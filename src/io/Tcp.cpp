@@ -18,6 +18,8 @@ namespace {
     return true;
 }();
 
+}  // namespace
+
 std::string endpointText(std::uint32_t address, std::uint16_t port)
 {
     return dottedAddress(address) + ":" + uintToString(port);
@@ -34,8 +36,6 @@ std::uint32_t startError(int result)
     const std::uint32_t code = lastSocketError();
     return result != 0 && code != platform::ERROR_IO_PENDING ? code : 0;
 }
-
-}  // namespace
 
 void startWinsock()
 {

@@ -28,6 +28,13 @@ public:
 // Makes the socket calls available; safe to call many times. Throws a system error.
 void startWinsock();
 
+// The code of the socket call that failed last.
+std::uint32_t lastSocketError();
+// The code of a transfer that did not start; 0 if it is under way. `result` is that of the call.
+std::uint32_t startError(int result);
+// "10.0.0.1:80". `address` in network byte order.
+std::string endpointText(std::uint32_t address, std::uint16_t port);
+
 // One connection attempt. It starts at construction; when the selector hands the connector out,
 // the attempt is over. Can be destroyed at any time.
 class SocketConnector : public Selectable {

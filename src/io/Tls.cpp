@@ -14,7 +14,6 @@
 
 #include "common/assertion.h"
 #include "common/systemError.h"
-#include "common/text.h"
 #include "io/Selector.h"
 #include "platform/ErrorCode.h"
 
@@ -34,18 +33,6 @@ namespace {
 }();
 
 constexpr std::uint32_t recordHeaderSize = 5;  // RFC 8446, 5.1: type, version, length
-
-std::uint32_t lastSocketError()
-{
-    return static_cast<std::uint32_t>(platform::wsaGetLastError());
-}
-
-// The code of a start that failed; 0 if the operation is under way.
-std::uint32_t startError(int result)
-{
-    const std::uint32_t code = lastSocketError();
-    return result != 0 && code != platform::ERROR_IO_PENDING ? code : 0;
-}
 
 // The text of a code of OpenSSL's, copied out of a buffer that the next call overwrites.
 std::string opensslText(unsigned long code)
@@ -83,12 +70,6 @@ SSL_CTX* sharedContext()
     return shared;
 }
 
-[[noreturn]] void overcommit(const char* stream, std::uint64_t count, std::uint64_t beyond)
-{
-    assertion(std::string("Overcommit in ") + stream + " " + uint64ToString(count) + " is " +
-              uint64ToString(beyond) + " bytes past end of buffer");
-}
-
 }  // namespace
 
 // The first preparation decides for good whether a configuration file is read, so this one comes
@@ -111,7 +92,7 @@ SSLSocket::SSLSocket(SocketConnector& connector)
     loadOpenSsl();
     socket = connector.takeSocket();
     connect_pending = true;
-    peer = dottedAddress(peer_address) + ":" + uintToString(peer_port);
+    peer = endpointText(peer_address, peer_port);
 
     // No destructor runs for a socket that was not made to its end.
     const auto giveUp = [this](const std::string& step) {

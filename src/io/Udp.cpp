@@ -16,11 +16,6 @@ namespace {
     return true;
 }();
 
-std::uint32_t lastSocketError()
-{
-    return static_cast<std::uint32_t>(platform::wsaGetLastError());
-}
-
 // Starts a transfer and says whether it is under way. A reset belongs to an earlier datagram, so
 // it is no reason not to start.
 template <class Start>
