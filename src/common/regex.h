@@ -77,7 +77,8 @@ struct tv_regmatch_t {
 int tv_regcomp(tv_regex_t* preg, const char* pattern, int cflags);
 
 // Looks for the leftmost longest match in `text`, which ends at its first zero byte. Gives
-// REG_OKAY, REG_NOMATCH, REG_BADPAT for an expression that isn't compiled, or REG_ESPACE. Fills
+// REG_OKAY, REG_NOMATCH, REG_BADPAT for an expression that isn't compiled, REG_ESPACE (also where
+// back-references would take too much work), or REG_INVARG for offsets that are no span. Fills
 // `nmatch` entries: the whole match first, then the subexpressions by their opening parentheses.
 // With nmatch 0, `pmatch` is read only under REG_STARTEND.
 int tv_regexec(const tv_regex_t* preg, const char* text, std::size_t nmatch, tv_regmatch_t* pmatch,

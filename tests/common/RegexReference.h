@@ -24,7 +24,7 @@ public:
     using Choose = std::function<int(int)>;  // choose(n) gives a number below n
 
     std::string pattern;
-    int groups = 0;
+    std::size_t groups = 0;
 
     // A pattern of so many pieces at most, of the first ones in `kinds`.
     RegexReference(int theFlags, int mostPieces, int mostKinds, const Choose& choose)
@@ -54,8 +54,8 @@ private:
     struct Part {
         char kind;  // one of `kinds`; "|", "&" for a sequence, "{" for a repetition
         std::vector<Part> parts = {};
-        int group = 0;   // its number; in a repetition, the first one inside
-        int behind = 0;  // behind the last group inside
+        std::size_t group = 0;   // its number; in a repetition, the first one inside
+        std::size_t behind = 0;  // behind the last group inside
         int least = 0, most = 0;
     };
 
@@ -98,9 +98,12 @@ private:
     // Of a piece that stands for a byte, or for a place between bytes.
     bool holds(char kind, int place) const
     {
-        const int before = place == 0 ? EOF : text[place - 1];
-        const int after = place == static_cast<int>(text.size()) ? EOF : text[place];
-        const int line = (flags & REG_NEWLINE) != 0 ? '\n' : '\0';
+        const auto byte = [&](int i) {
+            return static_cast<unsigned char>(text[i]);
+        };
+        const int before = place == 0 ? EOF : byte(place - 1);
+        const int after = place == static_cast<int>(text.size()) ? EOF : byte(place);
+        const char line = (flags & REG_NEWLINE) != 0 ? '\n' : '\0';
         const bool fold = (flags & REG_ICASE) != 0;
         const int c = fold ? std::tolower(after) : after;
         if (kind == '^')
