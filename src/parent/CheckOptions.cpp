@@ -2,7 +2,7 @@
 
 #include "common/errors.h"
 #include "common/text.h"
-#include "parent/shown.h"
+#include "common/shown.h"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include "parent/Demo.h"
 #include "parent/Report.h"
 #include "parent/Run.h"
-#include "parent/shown.h"
+#include "common/shown.h"
 #include "platform/Crash.h"
 #include "platform/Process.h"
 

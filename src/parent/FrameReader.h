@@ -11,7 +11,7 @@
 #pragma once
 
 #include "common/errors.h"
-#include "parent/Memory.h"
+#include "io/Memory.h"
 #include "queues/event.h"
 
 #include <cstddef>
@@ -41,7 +41,7 @@ private:
     std::string buffer;       // decoded bytes, then those still to be decoded
     std::size_t begin = 0;    // of the latter
     std::size_t wanted = 16;  // how many of them the next walk needs at the least
-    MemoryIStream source;
+    io::MemoryIStream source;
 };
 
 }  // namespace parent

@@ -1,7 +1,7 @@
 #include "parent/Outcome.h"
 
 #include "common/text.h"
-#include "parent/shown.h"
+#include "common/shown.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "parent/Report.h"
 
 #include "common/text.h"
-#include "parent/shown.h"
+#include "common/shown.h"
 
 #include <nlohmann/json.hpp>
 

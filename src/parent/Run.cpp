@@ -2,7 +2,7 @@
 
 #include "common/log.h"
 #include "common/text.h"
-#include "parent/shown.h"
+#include "common/shown.h"
 
 #include <algorithm>
 #include <utility>

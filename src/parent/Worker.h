@@ -14,7 +14,7 @@
 #include "io/Timer.h"
 #include "parent/Attendant.h"
 #include "parent/FrameReader.h"
-#include "parent/Memory.h"
+#include "io/Memory.h"
 #include "platform/Process.h"
 #include "queues/records/remcheck.h"
 #include "queues/records/services.h"
@@ -82,7 +82,7 @@ private:
     HandleWatch exitWatch;
     io::Timer deadline;  // of a wait for its end
 
-    MemoryOStream queued;
+    io::MemoryOStream queued;
     bool feeding = false;  // `input` is in the selector
     bool inputClosed = false;
     Time fedAt;

@@ -1,5 +1,5 @@
 #include "parent/Report.h"
-#include "parent/shown.h"
+#include "common/shown.h"
 
 #include <gtest/gtest.h>
 

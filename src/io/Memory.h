@@ -11,10 +11,10 @@
 #include <string>
 #include <string_view>
 
-namespace parent {
+namespace io {
 
-// Gives the bytes of a view. At their end, readBegin throws io::EEndOfStream.
-class MemoryIStream final : public io::IStream {
+// Gives the bytes of a view. At their end, readBegin throws EEndOfStream.
+class MemoryIStream final : public IStream {
 public:
     // The bytes must live, and not move, until the stream has been given others.
     void setBytes(std::string_view bytes) { unread = bytes; }
@@ -31,7 +31,7 @@ private:
 };
 
 // Keeps what is written until it is taken from the front. Grows without a bound.
-class MemoryOStream final : public io::OStream {
+class MemoryOStream final : public OStream {
 public:
     // What was committed and not yet taken. Good until the next call of any other operation.
     std::string_view bytes() const;
@@ -51,4 +51,4 @@ private:
     std::size_t end = 0;
 };
 
-}  // namespace parent
+}  // namespace io

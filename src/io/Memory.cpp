@@ -1,13 +1,13 @@
-#include "parent/Memory.h"
+#include "io/Memory.h"
 
 #include "common/assertion.h"
 
-namespace parent {
+namespace io {
 
 std::uint64_t MemoryIStream::readBegin(char** data)
 {
     if (unread.empty())
-        throw io::EEndOfStream(this, "");
+        throw EEndOfStream(this, "");
     // Readers only read, whatever the type of the contract says.
     *data = const_cast<char*>(unread.data());
     return unread.size();
@@ -58,4 +58,4 @@ void MemoryOStream::writeCommit(std::uint64_t count)
     end += count;
 }
 
-}  // namespace parent
+}  // namespace io

@@ -1,10 +1,8 @@
-#include "parent/shown.h"
+#include "common/shown.h"
 
 #include "common/text.h"
 
 #include <cstdint>
-
-namespace parent {
 
 namespace {
 
@@ -152,6 +150,20 @@ std::string shown(std::string_view text)
     return out;
 }
 
+std::string printable(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        if (text[at] == '\\') {
+            out += text[at++];
+        } else {
+            at = appendShown(out, text, at);
+        }
+    }
+    return out;
+}
+
 std::string shownShort(std::string_view text, std::size_t columns)
 {
     bool cut = false;
@@ -172,5 +184,3 @@ std::size_t shownWidth(std::string_view text)
         width += isContinuation(text, at) ? 0U : 1U;
     return width;
 }
-
-}  // namespace parent
