@@ -7,19 +7,18 @@
 // Each frame is read twice, a byte at a time and in those pieces, and must come out the same. It
 // is written and read again, and must stay the same.
 //
-// Numbers without a reader, and a frame of MESSAGE_EXCEPTION without its flag, end the process by
-// design, so the target stops in front of them.
+// Some frames end the process by design: the walk over the frame refuses those beforehand, and the
+// target stops in front of them. Of all others, walk and reader must agree on the end.
 
 #include "common/errors.h"
+#include "queues/FrameWalk.h"
 #include "queues/event.h"
-#include "queues/event_t.h"
 #include "tests/queues/MemoryStreams.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -39,23 +38,21 @@ void require(bool holds, const char* what)
     }
 }
 
-std::uint32_t wordAt(std::string_view bytes, std::size_t offset)
+// Walks over the frame at the start of the bytes. False if it is no frame.
+bool walk(std::string_view bytes, queues::WalkedFrame* walked)
 {
-    std::uint32_t word = 0;
-    std::memcpy(&word, bytes.data() + offset, sizeof word);
-    return word;
-}
-
-bool isFatal(std::string_view frame)
-{
-    constexpr std::size_t exceptionOffset = 12;
-    if (frame.size() < 4)
-        return false;
-    const auto number = static_cast<std::int32_t>(wordAt(frame, 0));
-    if (!queues::isKnownEvent(number))
+    try {
+        *walked = queues::walkFrame(bytes);
+        // A part of the frame must be found short, and never said to lack more than it does.
+        if (walked->whole) {
+            const queues::WalkedFrame part =
+                queues::walkFrame(bytes.substr(0, walked->size - 1 - walked->size / 3));
+            require(!part.whole && part.size <= walked->size, "a part is taken for more");
+        }
         return true;
-    return number == queues::MESSAGE_EXCEPTION && frame.size() >= exceptionOffset + 4 &&
-           wordAt(frame, exceptionOffset) == 0;
+    } catch (const queues::EBadFrame&) {
+        return false;
+    }
 }
 
 // Null if the bytes are no whole and acceptable frame.
@@ -113,7 +110,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         pieces.push_back(4096);
     rest.remove_prefix(sizes);
 
-    while (!rest.empty() && !isFatal(rest)) {
+    queues::WalkedFrame walked;
+    while (!rest.empty() && walk(rest, &walked)) {
         memory::Input bytewise(rest, 1);
         const auto first = read(bytewise);
 
@@ -125,8 +123,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         const auto second = read(piecewise);
         require(!first == !second, "the pieces decide whether a frame is read");
+        require(!first == !walked.whole, "walk and reader disagree on a frame");
         if (!first)
             return 0;
+        require(bytewise.committed == walked.size, "walk and reader disagree on the end");
         requireSame(*first, *second, "the pieces change what is read");
 
         memory::Input again(encode(*first));

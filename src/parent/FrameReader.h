@@ -1,17 +1,16 @@
 // Cuts what a worker sends into events.
 //
 // Bytes are appended as they come; an event is decoded only when its frame is whole, so decoding
-// never waits. Where a frame ends is found by walking over its bytes by the field list of its
-// record. A walk that falls short knows how many bytes it lacks at the least, and the next one
-// is made only when they have come: a text of a megabyte that comes in pieces costs two walks and
-// one copy.
+// never waits. Where a frame ends is found by a walk over its bytes. A walk that falls short knows
+// how many bytes it lacks at the least, and the next one is made only when they have come: a text
+// of a megabyte that comes in pieces costs two walks and one copy.
 //
 // What the bytes hold is the worker's word and is judged before the decoder sees it: a number, a
 // length or a count that no worker sends is an EBadFrame, and nothing more can be read then.
 #pragma once
 
-#include "common/errors.h"
 #include "io/Memory.h"
+#include "queues/FrameWalk.h"
 #include "queues/event.h"
 
 #include <cstddef>
@@ -21,18 +20,11 @@
 
 namespace parent {
 
-class EBadFrame : public error::TextException {
-    using TextException::TextException;
-};
-
 class FrameReader {
 public:
-    // A larger frame is taken for nonsense: 64 MiB.
-    static constexpr std::size_t maximumFrame = std::size_t{64} << 20U;
-
     void append(std::string_view bytes);
     // The next event: a SYSTEM_LOG_REQUEST, a CHECK_RESULT or an exception. Null if its frame is
-    // not whole yet. Throws EBadFrame.
+    // not whole yet. Throws queues::EBadFrame.
     std::unique_ptr<queues::event> next();
     // True if a frame has begun and is not whole.
     bool inFrame() const { return begin != buffer.size(); }

@@ -200,7 +200,7 @@ void Worker::dispatch()
             else if (const auto* failed = dynamic_cast<const queues::exevent*>(event.get()))
                 condemn("it sent the exception \"" + failed->text + "\"");
         }
-    } catch (const EBadFrame& e) {
+    } catch (const queues::EBadFrame& e) {
         condemn("it sent what no worker sends, " + e.text());
     } catch (const error::Exception& e) {
         condemn("it sent what can't be read: " + e.text());

@@ -3,12 +3,8 @@
 #include "common/assertion.h"
 #include "common/text.h"
 #include "queues/lastEvent.h"
-#include "queues/records/control.h"
-#include "queues/records/remcheck.h"
-#include "queues/records/services.h"
-#include "queues/typeForms.h"
+#include "queues/spawn.h"
 
-#include <array>
 #include <ostream>
 
 namespace queues {
@@ -49,65 +45,37 @@ bool isEventNumber(std::int32_t number)
     return number > INVALID_HEAD && number < INVALID_TAIL;
 }
 
-// What follows the number in every frame.
-struct Header {
-    explicit Header(protocol::ioprim& stream) { stream >> dest >> inresponse >> exception; }
-
-    queue_t dest = queue_t::main;
-    std::int32_t inresponse = 0;
-    bool exception = false;
-};
-
-std::unique_ptr<event> readException(protocol::ioprim& stream, const Header& header)
+// Null if no event has the number.
+const EventCodec* codecOf(std::int32_t number)
 {
-    auto e = std::make_unique<exevent>(header.dest, header.inresponse, std::string());
-    stream >> e->text;
-    return e;
+    if (!isEventNumber(number))
+        return nullptr;
+    const auto index = static_cast<std::size_t>(number);
+    const EventCodec& codec = index < 46    ? CodecsFrom1::codecs[index - 1]
+                              : index < 91  ? CodecsFrom46::codecs[index - 46]
+                              : index < 136 ? CodecsFrom91::codecs[index - 91]
+                                            : CodecsFrom136::codecs[index - 136];
+    return codec.spawn == nullptr ? nullptr : &codec;
 }
-
-template <std::int32_t N, class T>
-std::unique_ptr<event> readEvent(protocol::ioprim& stream)
-{
-    const Header header(stream);
-    if (header.exception)
-        return readException(stream, header);
-    auto e = std::make_unique<devent<N, T>>(header.dest, header.inresponse);
-    stream >> e->data;
-    return e;
-}
-
-std::unique_ptr<event> readExevent(protocol::ioprim& stream)
-{
-    const Header header(stream);
-    if (!header.exception)
-        assertion("Found exevent with .exception == 0");
-    return readException(stream, header);
-}
-
-// Reads the rest of a frame.
-using Spawner = std::unique_ptr<event> (*)(protocol::ioprim&);
-
-// By event number; null where the payload isn't known.
-constexpr std::array<Spawner, INVALID_TAIL> spawners()
-{
-    std::array<Spawner, INVALID_TAIL> table{};
-#define EVENT(number, name, ...) table[number] = readEvent<number, __VA_ARGS__>;
-#define EVENT_LATER(number, name)
-#define EVENT_EXCEPTION(number, name) table[number] = readExevent;
-#include "queues/EventTable.inc"
-#undef EVENT
-#undef EVENT_LATER
-#undef EVENT_EXCEPTION
-    return table;
-}
-
-constexpr std::array<Spawner, INVALID_TAIL> spawn = spawners();
 
 }  // namespace
 
 bool isKnownEvent(std::int32_t number)
 {
-    return isEventNumber(number) && spawn[static_cast<std::size_t>(number)] != nullptr;
+    return codecOf(number) != nullptr;
+}
+
+bool operator==(const event& a, const event& b)
+{
+    return a.type == b.type && a.dest == b.dest && a.inresponse == b.inresponse &&
+           codecOf(a.type)->samePayload(a, b);
+}
+
+void printForm(Place at, const Held<event>& e)
+{
+    if (!e)
+        assertion("Trying to print a record without its event");
+    printEvent(at.stream, *e, at.indent);
 }
 
 }  // namespace queues
@@ -128,16 +96,32 @@ ioprim& operator>>(ioprim& stream, std::unique_ptr<queues::event>& out)
 {
     std::int32_t number = 0;
     stream >> number;
-    if (!queues::isKnownEvent(number)) {
+    const queues::EventCodec* const codec = queues::codecOf(number);
+    if (codec == nullptr) {
         const LastEvent last = lastEvent(stream);
         assertion("fdio >> event: unknown type index: " + intToString(number) + " old was " +
                   intToString(last.type) + " dest " + intToString(last.dest));
     }
-    std::unique_ptr<queues::event> e = queues::spawn[static_cast<std::size_t>(number)](stream);
+    std::unique_ptr<queues::event> e = codec->spawn(stream);
     if (!e->exception && e->type != number)
         assertion("spawn[] hash failure!");
     rememberEvent(stream, {number, static_cast<std::int32_t>(e->dest)});
     out = std::move(e);
+    return stream;
+}
+
+ioprim& operator<<(ioprim& stream, const Held<queues::event>& e)
+{
+    if (!e)
+        assertion("fdio << event: a record without its event");
+    return stream << *e;
+}
+
+ioprim& operator>>(ioprim& stream, Held<queues::event>& e)
+{
+    std::unique_ptr<queues::event> read;
+    stream >> read;
+    e.reset(std::move(read));
     return stream;
 }
 

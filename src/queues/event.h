@@ -15,6 +15,7 @@
 #include "queues/event_t.h"
 #include "queues/fields.h"
 #include "queues/ioprim.h"
+#include "types/Held.h"
 
 #include <cstdint>
 #include <iosfwd>
@@ -76,12 +77,18 @@ public:
     std::string text;
 };
 
-// True if this reader knows what follows the number in a frame. To read any other is an assertion.
+// True if an event has the number. To read any other is an assertion.
 bool isKnownEvent(std::int32_t number);
+
+// Same class, header and payload.
+bool operator==(const event& a, const event& b);
 
 // Prints the whole event; each level of `indent` is two spaces. The caller has placed the start
 // of the first line.
 void printEvent(std::ostream& stream, const event& e, int indent = 0);
+
+// An event within a payload prints behind its label. A null one is an assertion.
+void printForm(Place at, const Held<event>& e);
 
 }  // namespace queues
 
@@ -91,5 +98,9 @@ namespace protocol {
 ioprim& operator<<(ioprim& stream, const queues::event& e);
 // Reads a frame; waits for all of it. The caller owns the event.
 ioprim& operator>>(ioprim& stream, std::unique_ptr<queues::event>& out);
+
+// An event within a payload is a whole frame. To write a null one is an assertion.
+ioprim& operator<<(ioprim& stream, const Held<queues::event>& e);
+ioprim& operator>>(ioprim& stream, Held<queues::event>& e);
 
 }  // namespace protocol

@@ -14,12 +14,8 @@ std::array<std::string, 195> namesOfEvents()
 {
     std::array<std::string, 195> names;
 #define EVENT(number, name, ...) names[(number)-1] = #name;
-#define EVENT_LATER(number, name) names[(number)-1] = #name;
 #define EVENT_EXCEPTION(number, name) names[(number)-1] = #name;
 #include "queues/EventTable.inc"
-#undef EVENT
-#undef EVENT_LATER
-#undef EVENT_EXCEPTION
     return names;
 }
 

@@ -11,12 +11,8 @@ enum event_t : std::int32_t {
     INVALID_HEAD = 0,  // sentinels, both name no event
     INVALID_TAIL = 196,
 #define EVENT(number, name, ...) name = (number),
-#define EVENT_LATER(number, name) name = (number),
 #define EVENT_EXCEPTION(number, name) name = (number),
 #include "queues/EventTable.inc"
-#undef EVENT
-#undef EVENT_LATER
-#undef EVENT_EXCEPTION
 };
 
 // The server's queues.

@@ -1,5 +1,7 @@
 #include "queues/fields.h"
 
+#include "common/assertion.h"
+
 namespace queues {
 
 void printForm(Place at, bool value)
@@ -37,6 +39,11 @@ void printForm(Place at, double value)
     at.stream << doubleToString(value, -1, -1) << '\n';
 }
 
+void printForm(Place at, float value)
+{
+    printForm(at, static_cast<double>(value));
+}
+
 void printForm(Place at, const std::string& value)
 {
     at.stream << quoteString(value) << '\n';
@@ -50,6 +57,12 @@ void printForm(Place at, const Time& value)
 void printForm(Place at, queue_t value)
 {
     at.stream << queueName(value) << '\n';
+}
+
+void refuseInvalid(const char* direction, const char* name, const std::string& description)
+{
+    assertion(std::string("Trying to ") + direction + " invalid " + name + " (" + description +
+              ")");
 }
 
 }  // namespace queues

@@ -15,7 +15,7 @@
 //   protocol::operator>>(ioprim&, T&)
 //   queues::printForm(Place, const T&)        its print form
 // Here they stand for numbers, texts, times, enumerations, pairs, containers and records; the
-// types of tql bring theirs in typeForms.h. They are found when a record is compiled, through the
+// types of tql and tsdb bring theirs in typeForms.h, events in event.h. They are found when a record is compiled, through the
 // namespaces of ioprim and Place, so the order of the headers doesn't matter.
 //
 // The print form, with `pad` for two spaces a level:
@@ -63,6 +63,16 @@ template <class T>
 concept Record = requires(T& record, FieldCounter& visit)
 {
     T::fields(record, visit);
+};
+
+// A record with a rule of validity. A broken one must not come about: it is an assertion on
+// writing, printing and reading.
+template <class T>
+concept CheckedRecord = Record<T> && requires(const T& record)
+{
+    record.isValid();
+    T::recordName();
+    record.description();
 };
 
 // Enumerations with a fixed 32-bit type, of which any value can be read.
@@ -162,6 +172,18 @@ Ipv4Field<Number> ipv4(Number& address)
     return {address};
 }
 
+// A member that holds a point in time, not a span: in print, a date in UTC.
+template <class Moment>
+struct PointInTimeField {
+    Moment& time;
+};
+template <class Moment>
+PointInTimeField<Moment> pointInTime(Moment& time)
+{
+    static_assert(std::same_as<std::remove_const_t<Moment>, Time>);
+    return {time};
+}
+
 void printForm(Place at, bool value);
 void printForm(Place at, std::uint16_t value);
 void printForm(Place at, std::int32_t value);
@@ -169,6 +191,7 @@ void printForm(Place at, std::uint32_t value);
 void printForm(Place at, std::int64_t value);
 void printForm(Place at, std::uint64_t value);
 void printForm(Place at, double value);
+void printForm(Place at, float value);
 void printForm(Place at, const std::string& value);
 void printForm(Place at, const Time& value);
 void printForm(Place at, queue_t value);
@@ -185,9 +208,29 @@ void printForm(Place at, Ipv4Field<Number> value)
     at.stream << dottedAddress(value.address) << '\n';
 }
 
+template <class Moment>
+void printForm(Place at, PointInTimeField<Moment> value)
+{
+    at.stream << value.time.format(timePattern, false) << '\n';
+}
+
+// `direction` is "output" or "input".
+[[noreturn]] void refuseInvalid(const char* direction, const char* name,
+                                const std::string& description);
+
+template <Record T>
+void requireValid(const T& record, const char* direction)
+{
+    if constexpr (CheckedRecord<T>) {
+        if (!record.isValid())
+            refuseInvalid(direction, T::recordName(), record.description());
+    }
+}
+
 template <Record T>
 void printForm(Place at, const T& record)
 {
+    requireValid(record, "output");
     FieldPrinter printer(at);
     T::fields(record, printer);
 }
@@ -279,9 +322,22 @@ ioprim& operator>>(ioprim& stream, queues::Ipv4Field<Number> value)
     return stream >> value.address;
 }
 
+template <class Moment>
+ioprim& operator<<(ioprim& stream, queues::PointInTimeField<Moment> value)
+{
+    return stream << value.time;
+}
+
+template <class Moment>
+ioprim& operator>>(ioprim& stream, queues::PointInTimeField<Moment> value)
+{
+    return stream >> value.time;
+}
+
 template <queues::Record T>
 ioprim& operator<<(ioprim& stream, const T& record)
 {
+    queues::requireValid(record, "output");
     queues::FieldWriter writer(stream);
     T::fields(record, writer);
     return stream;
@@ -293,6 +349,7 @@ ioprim& operator>>(ioprim& stream, T& record)
     const ioprim::Nesting level(stream);
     queues::FieldReader reader(stream);
     T::fields(record, reader);
+    queues::requireValid(record, "input");
     return stream;
 }
 

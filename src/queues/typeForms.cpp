@@ -1,12 +1,17 @@
 #include "queues/typeForms.h"
 
+#include "common/shown.h"
+
+#include <memory>
 #include <string>
+#include <utility>
 
 namespace protocol {
 
 namespace {
 
 constexpr std::uint32_t noProperty = 0;
+constexpr std::uint32_t noInterval = 0;
 constexpr std::size_t minimumBigNumBytes = 4;
 
 }  // namespace
@@ -76,6 +81,31 @@ ioprim& operator>>(ioprim& stream, Held<tql::property_t>& value)
     return stream;
 }
 
+ioprim& operator<<(ioprim& stream, const Held<tsdb::data_interval_t>& value)
+{
+    if (!value)
+        return stream << noInterval;
+    stream << value->kind();
+    tsdb::withIntervalClass(value->kind(), [&]<class C>() {
+        const typename C::fields_t& fields = static_cast<const C&>(*value);
+        stream << fields;
+    });
+    return stream;
+}
+
+ioprim& operator>>(ioprim& stream, Held<tsdb::data_interval_t>& value)
+{
+    std::uint32_t kind = noInterval;
+    stream >> kind;
+    value.reset();
+    tsdb::withIntervalClass(kind, [&]<class C>() {
+        typename C::fields_t fields;
+        stream >> fields;
+        value.reset(std::make_unique<C>(std::move(fields)));
+    });
+    return stream;
+}
+
 }  // namespace protocol
 
 namespace queues {
@@ -94,7 +124,15 @@ void printForm(Place at, const tql::version_t& value)
 
 void printForm(Place at, const BigNum& value)
 {
-    at.stream << value.toString() << '\n';
+    // Decimal digits cost the square of the length, and the length is the sender's word.
+    constexpr std::size_t longestDecimal = 4096;  // bytes
+
+    std::string bytes;
+    value.toBytes(&bytes, 0);
+    if (bytes.size() <= longestDecimal)
+        at.stream << value.toString() << '\n';
+    else
+        at.stream << "(" << sizeToString(bytes.size()) << " bytes)\n";
 }
 
 void printForm(Place at, const tql::property_t& property)
@@ -111,6 +149,11 @@ void printForm(Place at, const Held<tql::property_t>& property)
         at.pad();
         at.stream << "(null)\n";
     }
+}
+
+void printForm(Place at, const Held<tsdb::data_interval_t>& interval)
+{
+    at.stream << (interval ? printable(interval->toString()) : "(null)") << '\n';
 }
 
 }  // namespace queues

@@ -1,4 +1,4 @@
-// The wire and print forms of the types of tql and of BigNum.
+// The wire and print forms of the types of tql and tsdb and of BigNum.
 //
 // Identifiers, origins, references, objects and select expressions are records: their lists of
 // fields say all (see fields.h). Here stand the forms of what they are made of.
@@ -17,6 +17,8 @@
 //   07 00 00 00  1E 02 00 00  00 00 00 00  00 00 00 00  04 00 00 00 00 00 00 00  5E 32 2E 2E
 //
 // A property prints its header alone, whatever its class.
+//
+//   interval          uint32 type number, then the fields of its class; 0 alone is a null pointer
 #pragma once
 
 #include "common/BigNum.h"
@@ -24,6 +26,7 @@
 #include "queues/ioprim.h"
 #include "types/Held.h"
 #include "types/id.h"
+#include "types/interval.h"
 #include "types/object.h"
 #include "types/property.h"
 
@@ -71,6 +74,10 @@ std::unique_ptr<tql::property_t> readProperty(ioprim& stream);
 ioprim& operator<<(ioprim& stream, const Held<tql::property_t>& value);
 ioprim& operator>>(ioprim& stream, Held<tql::property_t>& value);
 
+// Gives a null pointer for a type number that no class has, as for 0.
+ioprim& operator<<(ioprim& stream, const Held<tsdb::data_interval_t>& value);
+ioprim& operator>>(ioprim& stream, Held<tsdb::data_interval_t>& value);
+
 }  // namespace protocol
 
 namespace queues {
@@ -97,5 +104,7 @@ void printForm(Place at, const BigNum& value);
 void printForm(Place at, const tql::property_t& property);
 // A null pointer prints one line, "(null)".
 void printForm(Place at, const Held<tql::property_t>& property);
+// The interval's text in one line, control characters escaped; "(null)" for a null pointer.
+void printForm(Place at, const Held<tsdb::data_interval_t>& interval);
 
 }  // namespace queues

@@ -12,8 +12,8 @@
 
 namespace {
 
-using parent::EBadFrame;
 using parent::FrameReader;
+using queues::EBadFrame;
 using support::Encoder;
 using support::frameHeader;
 
@@ -85,7 +85,7 @@ const struct {
     {frameHeader(69, 0, 0, 0), "event number 69"},
     {"sh: 1: syntax error", "event number 540698739"},
     {frameHeader(134, 0, 0, 0), "event number 134"},
-    {frameHeader(195, 0, 0, 0), "an exception event that is none"},
+    {frameHeader(195, 0, 0, 0), "an exception without its flag"},
     {logStart + Encoder().int64((64 << 20) + 1).bytes(), "a text of 67108865 bytes"},
     {exceptionStart + Encoder().int64(64 << 20).bytes(), "a frame of more than 67108864 bytes"},
     {resultStart + Encoder().identifier({1, 2, 3, 4}).bytes(), "an identifier of 4 numbers"},

@@ -1,10 +1,15 @@
-// The wire forms of values: exact bytes, what readers take beyond them, areas of the streams,
-// hostile lengths.
+// The wire forms of values: exact bytes, what readers take beyond them, what ends the process,
+// areas of the streams, hostile lengths.
 #include "queues/ioprim.h"
 
 #include "tests/queues/frames.h"
+#include "types/snmpcheck_stat.h"
 
+#include <gmock/gmock.h>
+
+#include <cmath>
 #include <new>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -12,6 +17,7 @@ namespace {
 using namespace frames;
 using protocol::ioprim;
 using Property = Held<tql::property_t>;
+using Interval = Held<tsdb::data_interval_t>;
 
 template <class T>
 void expectForm(const T& value, const std::string& hex)
@@ -34,6 +40,10 @@ TEST(forms, ofValuesAreExact)
     expectForm(std::set<std::uint32_t>{3, 1}, "02 00 00 00 01 00 00 00 03 00 00 00");
     expectForm(std::map<std::uint32_t, bool>{{9, true}, {2, false}},
                "02 00 00 00 02 00 00 00 00 00 00 00 09 00 00 00 01 00 00 00");
+    expectForm(std::map<tql::id_t, float>{{{2}, -1.5F}, {{1, 0}, 0}, {{1}, 1}},
+               "03 00 00 00 01 00 00 00 01 00 00 00 00 00 80 3F 02 00 00 00 01 00 00 00"
+               "00 00 00 00 00 00 00 00 01 00 00 00 02 00 00 00 00 00 C0 BF");
+    expectForm(BigNum(0), "04 00 00 00 00 00 00 00 00 00 00 00");
     expectForm(BigNum(0x0102), "04 00 00 00 00 00 00 00 02 01 00 00");
     expectRead<tql::object_t>(
         "04 00 00 00 FF FF FF FF 01 00 00 00 09 00 00 00 01 00 00 00 01 00 00 00"
@@ -82,6 +92,27 @@ TEST(forms, ofPropertiesAreExact)
     expectProperty<property_enum_t>("19", "20 00 01 00 01 00 00 00", 0x10020U, 1U);
 }
 
+TEST(forms, ofIntervalsAreExact)
+{
+    using namespace tsdb;
+    expectForm(Interval(), "00 00 00 00");
+    expectForm(Interval(data_interval_incident_t({.sev = 2, .msg = "ok", .itime = -3})),
+               "01 00 00 00 02 00 00 00 02 00 00 00 00 00 00 00 6F 6B FD FF FF FF FF FF FF FF");
+    expectForm(Interval(data_interval_continuous_t({.start = 1,
+                                                    .end = 2,
+                                                    .min = -1.5F,
+                                                    .avg = 1,
+                                                    .max = 2,
+                                                    .ngood = 6,
+                                                    .nbad = 0x80000007})),
+               "02 00 00 00 01 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00"
+               "00 00 C0 BF 00 00 80 3F 00 00 00 40 06 00 00 00 07 00 00 80");
+    expectForm(
+        Interval(data_interval_enum_t({.mask = 1, .ngood = 2, .nbad = 3, .start = 4, .end = -5})),
+        "03 00 00 00 01 00 00 00 02 00 00 00 03 00 00 00"
+        "04 00 00 00 00 00 00 00 FB FF FF FF FF FF FF FF");
+}
+
 TEST(forms, canBeReadBeyondWhatIsWritten)
 {
     expectTaken(false, "02 00 00 00", "01 00 00 00");
@@ -93,11 +124,81 @@ TEST(forms, canBeReadBeyondWhatIsWritten)
     for (const std::string tag : {"00 00 00 00", "06 00 00 00", "1A 00 00 00", "07 01 00 00"})
         expectTaken(std::pair{Property(tql::property_int_t(1, 2)), 0}, tag + "05 00 00 00",
                     "00 00 00 00 05 00 00 00");
+    for (const std::string tag : {"00 00 00 00", "04 00 00 00", "01 00 00 80"})
+        expectTaken(std::pair{Interval(tsdb::data_interval_enum_t()), 0}, tag + "05 00 00 00",
+                    "00 00 00 00 05 00 00 00");
+    expectTaken(BigNum(7), "06 00 00 00 00 00 00 00 02 01 00 00 00 00",
+                "04 00 00 00 00 00 00 00 02 01 00 00");
+    expectTaken(BigNum(7), "00 00 00 00 00 00 00 00", "04 00 00 00 00 00 00 00 00 00 00 00");
 
     tql::id_t id;
     EXPECT_EQ(readInto(id, unhex("04 00 00 00")), "small vector resize overflow 4 > 3");
     EXPECT_EQ(readInto(id, unhex("FF FF FF FF")),
               "small vector resize overflow 18446744073709551615 > 3");
+}
+
+// Decimal digits of a number from the wire must not take for ever.
+TEST(forms, ofVeryLongNumbersPrintAsTheirLength)
+{
+    for (const std::size_t bytes : {4096, 4097}) {
+        BigNum number;
+        number.fromBytes(std::string(bytes, '\1'));
+        std::ostringstream text;
+        queues::printPayloadValue(text, 0, number);
+        EXPECT_EQ(text.str() == "(4097 bytes)\n", bytes == 4097) << text.str();
+    }
+}
+
+// `invalid` describes the record in what ends the process; null if it keeps its rule.
+template <class T, class Value>
+void expectRule(std::int64_t start, std::int64_t end, Value value, std::int32_t status,
+                const char* invalid)
+{
+    const T stat{start, end, value, status};
+    const std::string bytes = written(std::pair{std::pair{start, end}, std::pair{value, status}});
+    T read;
+    std::ostringstream text;
+    EXPECT_EQ(readInto(read, bytes.substr(0, bytes.size() - 1)), "EOS from memory")
+        << "not judged yet";
+    if (invalid == nullptr) {
+        EXPECT_EQ(written(stat), bytes);
+        EXPECT_EQ(readInto(read, bytes), "left 0");
+        EXPECT_EQ(written(read), bytes);
+        queues::printPayloadValue(text, 0, stat);
+    } else {
+        const std::string trying = "Assertion failed: Trying to ";
+        const std::string record = std::string(" invalid ") + T::recordName() + " (" + invalid;
+        const auto output = testing::StartsWith(trying + "output" + record + ")\n");
+        EXPECT_DEATH(written(stat), output);
+        EXPECT_DEATH(queues::printPayloadValue(text, 0, stat), output);
+        EXPECT_DEATH(readInto(read, bytes), testing::StartsWith(trying + "input" + record + ")\n"));
+    }
+}
+
+TEST(formsDeathTest, ofInvalidSnmpRecordsEndTheProcess)
+{
+    const double nan = std::nan("");
+    const std::tuple<std::int64_t, std::int64_t, double, std::int32_t, const char*, bool> cases[] =
+        {
+            {1, 1, -0.5, 0, nullptr, true},
+            {INT64_MAX, INT64_MAX, 1e300, 4, nullptr, true},
+            {1, 2, nan, 5, nullptr, true},
+            {1, 1, nan, 4, "start=1, end=1, result=nan, status=4", true},
+            {1, 1, -HUGE_VAL, 0, "start=1, end=1, result=-inf, status=0", true},
+            {0, 1, 0.25, 1, "start=0, end=1, result=0.250000, status=1", false},
+            {2, 1, 0, 5, "start=2, end=1, result=0.000000, status=5", false},
+            {1, 1, 0, 6, "start=1, end=1, result=0.000000, status=6", false},
+            {-2, -1, 0, -1,
+             "start=18446744073709551614, end=18446744073709551615, result=0.000000, "
+             "status=4294967295",
+             false},
+        };
+    for (const auto& [start, end, result, status, invalid, isValidEnum] : cases) {
+        SCOPED_TRACE(testing::Message() << start << ' ' << end << ' ' << result << ' ' << status);
+        expectRule<snmpcheck_stat_continuous>(start, end, result, status, invalid);
+        expectRule<snmpcheck_stat_uptime>(start, end, result, status, invalid ? "" : nullptr);
+        expectRule<snmpcheck_stat_enum>(start, end, 7U, status, isValidEnum ? nullptr : "");
+    }
 }
 
 TEST(ioprim, splitsTextsOverAreasButNeverANumber)

@@ -1,7 +1,9 @@
-// A check to be made: what the parent says about it.
+// The payload records of remote checks. This process takes remcheck_conf, what the parent says about
+// a check to be made; the others are known to its codec alone.
 #pragma once
 
 #include "queues/fields.h"
+#include "queues/records/services.h"
 #include "types/id.h"
 #include "types/property.h"
 
@@ -42,6 +44,74 @@ struct remcheck_conf {
         visit("properties", self.properties);
     }
     bool operator==(const remcheck_conf&) const = default;
+};
+
+// REMOTE_CHECK.
+struct Remote_Check_Data {
+    tql::id_t id;
+
+    template <class Self, class Visitor>
+    static void fields(Self& self, Visitor& visit)
+    {
+        visit("id", self.id);
+    }
+    bool operator==(const Remote_Check_Data&) const = default;
+};
+
+// CHECK_TIMEOUT.
+struct Check_Timeout_Data {
+    tql::id_t id;
+    std::int32_t serial = 0;
+    std::int64_t ctime = 0;  // seconds since 1970 UTC
+
+    template <class Self, class Visitor>
+    static void fields(Self& self, Visitor& visit)
+    {
+        visit("id", self.id);
+        visit("serial", self.serial);
+        visit("ctime", self.ctime);
+    }
+    bool operator==(const Check_Timeout_Data&) const = default;
+};
+
+// ICMP_REQUEST.
+struct Icmp_Request_Data {
+    std::int32_t cmd = 0;
+    std::uint32_t addr = 0;  // IPv4, network byte order
+    tql::id_t id;
+    std::int32_t serial = 0;
+    std::int32_t good_time = 0;
+    std::int32_t acceptable_time = 0;
+    std::uint32_t max_attempts = 0;
+
+    template <class Self, class Visitor>
+    static void fields(Self& self, Visitor& visit)
+    {
+        visit("cmd", self.cmd);
+        visit("addr", queues::ipv4(self.addr));
+        visit("id", self.id);
+        visit("serial", self.serial);
+        visit("good_time", self.good_time);
+        visit("acceptable_time", self.acceptable_time);
+        visit("max_attempts", self.max_attempts);
+    }
+    bool operator==(const Icmp_Request_Data&) const = default;
+};
+
+// ICMP_ECHO_REPLY.
+struct Icmp_Echo_Reply_Data {
+    tql::id_t id;
+    std::int32_t serial = 0;
+    services::remcheck_stat stats;
+
+    template <class Self, class Visitor>
+    static void fields(Self& self, Visitor& visit)
+    {
+        visit("id", self.id);
+        visit("serial", self.serial);
+        visit("stats", self.stats);
+    }
+    bool operator==(const Icmp_Echo_Reply_Data&) const = default;
 };
 
 }  // namespace remcheck
