@@ -19,8 +19,6 @@
 #include <cstdint>
 #include <iterator>
 
-queues::childqueue* parentQueue = nullptr;
-
 namespace {
 
 using Request = queues::devent<queues::CHECK_REQUEST, remcheck::remcheck_conf>;

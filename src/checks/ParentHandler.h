@@ -15,9 +15,6 @@
 
 class NetCheck;
 
-// The queue to the parent. Null until the entry of the process has built it; not owned.
-extern queues::childqueue* parentQueue;
-
 class ParentHandler : public Handler {
 public:
     // The selector is not owned; every check registers its selectables in it.

@@ -3,7 +3,22 @@
 #include "common/assertion.h"
 #include "queues/records/control.h"
 
+queues::childqueue* parentQueue = nullptr;
+
 namespace queues {
+
+namespace {
+
+meter::Group group(nullptr, "queues");
+
+}  // namespace
+
+meter::MicroSecondTiming
+    childqueue::blockings(&group, "blockings",
+                          "The time spent blocked awaiting reply from another process");
+meter::IntegerCounter childqueue::noblockings(
+    &group, "noblockings", "",
+    "The number of times a reply from another process was immediately available");
 
 childqueue::childqueue(protocol::ioprim* link) : front(this), parent(link)
 {

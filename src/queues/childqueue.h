@@ -5,6 +5,7 @@
 #pragma once
 
 #include "common/log.h"
+#include "common/meter.h"
 #include "io/Selectable.h"
 #include "queues/event.h"
 
@@ -58,6 +59,13 @@ protected:
     std::list<std::unique_ptr<event>> pending;  // taken off the link ahead of time, oldest first
     std::set<std::pair<std::int32_t, std::int32_t>> pending_index;  // (inresponse, dest) of each
     std::int32_t next_serial = 1;                                   // the last one handed out
+    // Of such requests; so far nothing adds to them.
+    static meter::MicroSecondTiming blockings;
+    static meter::IntegerCounter noblockings;
 };
 
 }  // namespace queues
+
+// The queue to the parent, through which the process answers. Null until the entry of the process
+// has built it; not owned.
+extern queues::childqueue* parentQueue;
