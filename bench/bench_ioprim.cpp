@@ -1,6 +1,7 @@
-// Events per second through the wire encoding, in memory: streams with areas of 4096 bytes, as
-// the pipes to the parent have. Writing includes the flush, reading the making of the event.
+// Events per second through the wire encoding, in memory. Writing includes the flush, reading the
+// making of the event.
 
+#include "MemoryStreams.h"
 #include "common/log.h"
 #include "queues/event.h"
 #include "queues/records/control.h"
@@ -8,12 +9,11 @@
 #include "queues/records/services.h"
 #include "queues/typeForms.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <benchmark/benchmark.h>
 
@@ -21,51 +21,6 @@ namespace {
 
 using queues::devent;
 using queues::queue_t;
-
-constexpr std::size_t areaSize = 4096;
-
-// The same bytes over and over.
-class Source : public io::IStream {
-public:
-    explicit Source(std::string frames) : bytes(std::move(frames)) {}
-    std::string name() const override { return "source"; }
-    bool isReady() override { return true; }
-    std::uint64_t readBegin(char** data) override
-    {
-        *data = bytes.data() + position;
-        return std::min(areaSize, bytes.size() - position);
-    }
-    void readCommit(std::uint64_t count) override { position = (position + count) % bytes.size(); }
-    void close() override {}
-
-private:
-    std::string bytes;
-    std::size_t position = 0;
-};
-
-class Sink : public io::OStream {
-public:
-    std::string name() const override { return "sink"; }
-    bool isReady() override { return true; }
-    std::uint64_t writeBegin(char** space) override
-    {
-        *space = area;
-        return sizeof area;
-    }
-    void writeCommit(std::uint64_t count) override
-    {
-        if (keep != nullptr)
-            keep->append(area, count);
-        total += count;
-    }
-    void close() override {}
-
-    std::uint64_t total = 0;
-    std::string* keep = nullptr;
-
-private:
-    char area[areaSize];
-};
 
 std::unique_ptr<queues::event> request(std::uint32_t properties)
 {
@@ -119,7 +74,7 @@ void count(benchmark::State& state, std::uint64_t bytes)
 
 void write(benchmark::State& state, const std::unique_ptr<queues::event>& e)
 {
-    Sink sink;
+    bench::Sink sink;
     protocol::ioprim link(nullptr, &sink);
     for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
         link << *e;
@@ -130,17 +85,10 @@ void write(benchmark::State& state, const std::unique_ptr<queues::event>& e)
 
 void read(benchmark::State& state, const std::unique_ptr<queues::event>& e)
 {
-    std::string frames;
-    Sink sink;
-    sink.keep = &frames;
-    protocol::ioprim recorder(nullptr, &sink);
     constexpr int framesInSource = 1000;
-    for (int i = 0; i < framesInSource; ++i)
-        recorder << *e;
-    recorder.flush();
-
+    std::string frames = bench::framesOf(*e, framesInSource);
     const std::size_t frameSize = frames.size() / framesInSource;
-    Source source(std::move(frames));
+    bench::Source source(std::move(frames));
     protocol::ioprim link(&source, nullptr);
     for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
         std::unique_ptr<queues::event> out;
