@@ -78,6 +78,17 @@ const WireType& propertyVariant()
     return type;
 }
 
+template <class C>
+const WireType& intervalVariant()
+{
+    static const WireType type = [] {
+        WireType variant = wireTypeOf<typename C::fields_t>();
+        variant.name = nameOf<C>();
+        return variant;
+    }();
+    return type;
+}
+
 // What makes a type other than by its name: one function a kind of types.
 WireType simple(Form form)
 {
@@ -169,8 +180,7 @@ WireType make(const Held<tsdb::data_interval_t>*)
 {
     WireType type{.form = Form::tagged, .name = "tsdb::data_interval_t"};
     for (std::uint32_t tag = 0; tag < 256; ++tag) {
-        tsdb::withIntervalClass(
-            tag, [&]<class C>() { type.variants[tag] = wireTypeOf<typename C::fields_t>; });
+        tsdb::withIntervalClass(tag, [&]<class C>() { type.variants[tag] = intervalVariant<C>; });
     }
     return type;
 }

@@ -15,8 +15,9 @@
 //   protocol::operator>>(ioprim&, T&)
 //   queues::printForm(Place, const T&)        its print form
 // Here they stand for numbers, texts, times, enumerations, pairs, containers and records; the
-// types of tql and tsdb bring theirs in typeForms.h, events in event.h. They are found when a record is compiled, through the
-// namespaces of ioprim and Place, so the order of the headers doesn't matter.
+// types of tql and tsdb bring theirs in typeForms.h, events in event.h. They are found when a record
+// is compiled, through the namespaces of ioprim and Place, so the order of the headers doesn't
+// matter.
 //
 // The print form, with `pad` for two spaces a level:
 //   a field       pad, label, ": ", its value

@@ -2,6 +2,7 @@
 // form and the names.
 #include "queues/event.h"
 
+#include "queues/FrameWalk.h"
 #include "tests/queues/RandomFiller.h"
 #include "tests/queues/frames.h"
 
@@ -119,6 +120,11 @@ TEST(event, everyOneSurvivesTheWire)
             std::unique_ptr<event> read;
             EXPECT_EQ(readInto(read, bytes.substr(0, seed % bytes.size())), "EOS from memory");
             ASSERT_EQ(readInto(read, bytes), "left 0");
+            const WalkedFrame walked = walkFrame(bytes + "more");
+            EXPECT_TRUE(walked.whole && walked.size == bytes.size());
+            const WalkedFrame part = walkFrame(bytes.substr(0, seed % bytes.size()));
+            EXPECT_TRUE(!part.whole && part.size > seed % bytes.size() &&
+                        part.size <= bytes.size());
             const auto forms = formsOf(*read);
             EXPECT_EQ(forms.first, bytes);
             const std::unique_ptr<event> copy = read->clone();
@@ -141,16 +147,17 @@ TEST(event, boundsTheNestingOfRecords)
 {
     const std::string zeros(8, '\0');
     const std::string scheduled = unhex("81" + header) + zeros;
-    std::string groups = zeros + unhex("00 00 00 00") + zeros;
+    const std::string group = zeros + unhex("01 00 00 00");
+    std::string groups = unhex("15" + header + "00 00 00 00") + zeros + zeros;
     std::string events = scheduled + unhex("01" + header + "00 00 00 00");
     for (int depth = 1; depth <= 201; ++depth) {
-        for (const std::string& bytes : {unhex("15" + header) + groups, events}) {
+        for (const std::string* bytes : {&groups, &events}) {
             std::unique_ptr<event> e;
-            EXPECT_EQ(readInto(e, bytes),
+            EXPECT_EQ(readInto(e, *bytes),
                       depth <= 200 ? "left 0"
                                    : "nesting too deep: more than 200 records within each other");
         }
-        groups = zeros + unhex("01 00 00 00") + groups + zeros;
+        groups.insert(16, group).append(zeros);
         events.insert(0, scheduled);
     }
     // Records beside each other don't count.

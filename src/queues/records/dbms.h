@@ -6,6 +6,7 @@
 #pragma once
 
 #include "common/Time.h"
+#include "queues/fields.h"
 #include "queues/records/services.h"
 #include "types/Held.h"
 #include "types/id.h"
@@ -357,7 +358,7 @@ struct Audit_Event_Data {
     tql::id_t user;
     std::string comment;
     std::list<tql::id_t> objects;
-    Time time;
+    Time time;  // a point in time
     std::int32_t operation = 0;
     std::int32_t result = 0;
 
@@ -367,7 +368,7 @@ struct Audit_Event_Data {
         visit("user", self.user);
         visit("comment", self.comment);
         visit("objects", self.objects);
-        visit("time", self.time);
+        visit("time", queues::pointInTime(self.time));
         visit("operation", self.operation);
         visit("result", self.result);
     }
