@@ -1,8 +1,8 @@
 #include "parent/CheckOptions.h"
 
 #include "common/errors.h"
-#include "common/text.h"
 #include "common/shown.h"
+#include "common/text.h"
 
 #include <algorithm>
 #include <array>

@@ -1,12 +1,13 @@
 #include "parent/CommandLine.h"
 
 #include "common/errors.h"
+#include "common/shown.h"
 #include "common/text.h"
+#include "dump/Recording.h"
 #include "parent/CheckOptions.h"
 #include "parent/Demo.h"
 #include "parent/Report.h"
 #include "parent/Run.h"
-#include "common/shown.h"
 #include "platform/Crash.h"
 #include "platform/Process.h"
 
@@ -42,6 +43,7 @@ struct Arguments {
     std::uint32_t rounds = 1;
     double interval = 1;
     std::string worker;
+    std::optional<std::string> recording;
 };
 
 bool isDigits(const std::string& text)
@@ -132,6 +134,23 @@ std::vector<Check> parseTargets(const Arguments& arguments, std::vector<std::str
     return checks;
 }
 
+// Null if none is wanted, or if it can't be made, which leaves a reason.
+std::unique_ptr<dump::RecordingWriter> makeRecording(const std::optional<std::string>& path,
+                                                     Console& console,
+                                                     std::vector<std::string>* reasons)
+{
+    if (!path)
+        return nullptr;
+    try {
+        return std::make_unique<dump::RecordingWriter>(
+            *path, [&console](const std::string& why) { console.message(shown(why)); });
+    } catch (const error::ESystemError& e) {
+        // A target can have got into the place of the file.
+        reasons->push_back(shown(withoutPassword(e.text())));
+        return nullptr;
+    }
+}
+
 // Colour is for people at a terminal who have not declined it (no-color.org).
 bool wantsColour()
 {
@@ -156,6 +175,10 @@ int runCheck(const Arguments& arguments, Console& console)
     settings.worker = arguments.worker.empty() ? findWorker() : arguments.worker;
     if (settings.worker.empty())
         reasons.emplace_back(noWorker);
+    // Last, so that no file is emptied for a run that is not made.
+    std::unique_ptr<dump::RecordingWriter> recording;
+    if (reasons.empty())
+        recording = makeRecording(arguments.recording, console, &reasons);
     if (!reasons.empty()) {
         report->refuse(reasons);
         return unusable;
@@ -165,6 +188,7 @@ int runCheck(const Arguments& arguments, Console& console)
     settings.rounds = arguments.rounds;
     settings.interval = Time(arguments.interval);
     settings.verbose = arguments.verbose;
+    settings.recording = recording.get();
     resolve(&checks);
 
     MainSelector selector;
@@ -274,6 +298,11 @@ void addOptions(CLI::App& check, Arguments* arguments)
                     "Seconds from round to round, 1 if not given; alone: until interrupted")
         ->type_name("S")
         ->check(decimalNumber(maximumInterval, "number of seconds"));
+    check
+        .add_option("--record", arguments->recording,
+                    "Save what the worker is sent, passwords included, and what it sends, for "
+                    "netcheck-dump; FILE is overwritten, a new one is readable by you alone")
+        ->type_name("FILE");
 }
 
 void addCheckOptions(CLI::App& check, CheckOptions* options)

@@ -1,7 +1,7 @@
 #include "parent/Outcome.h"
 
-#include "common/text.h"
 #include "common/shown.h"
+#include "common/text.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "parent/Report.h"
 
-#include "common/text.h"
 #include "common/shown.h"
+#include "common/text.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,8 +1,8 @@
 #include "parent/Run.h"
 
 #include "common/log.h"
-#include "common/text.h"
 #include "common/shown.h"
+#include "common/text.h"
 
 #include <algorithm>
 #include <utility>
@@ -114,7 +114,9 @@ bool Run::startWorker()
     silent = false;
     try {
         Worker::Listener& listener = *this;
-        worker = std::make_unique<Worker>(selector, settings.worker, listener);
+        worker = std::make_unique<Worker>(
+            selector, settings.worker, listener,
+            Worker::Recorded{.writer = settings.recording, .number = ++workersStarted});
         return true;
     } catch (const error::Exception& e) {
         giveUp(shown(e.text()));

@@ -41,12 +41,13 @@ struct RunSettings {
     Time interval{1, 0};       // from the start of one round to the start of the next
     bool verbose = false;      // show the worker's log lines, and what it says at an orderly end
     Time answerMargin{5, 0};   // how long after the latest limit a worker may stay silent
+    dump::RecordingWriter* recording = nullptr;  // of what workers are sent, and send; null: none
 };
 
 class Run final : private Attendant, private Worker::Listener {
 public:
-    // All but the settings must outlive the run. The report is told about everything from
-    // begin() to the last outcome; its end() is the caller's.
+    // All but the settings must outlive the run, and so must the recording. The report is told
+    // about everything from begin() to the last outcome; its end() is the caller's.
     Run(MainSelector& mainSelector, const std::vector<Check>& whatToCheck, RunSettings how,
         Report& whereTo, Console& messages);
     ~Run();
@@ -109,6 +110,7 @@ private:
 
     Stage stage = Stage::resting;
     std::unique_ptr<Worker> worker;
+    std::uint32_t workersStarted = 0;
     bool workerSpoke = false;        // the present worker has sent anything
     unsigned deathsWithoutWord = 0;  // in a row
     bool workersWell = true;

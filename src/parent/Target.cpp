@@ -1,8 +1,8 @@
 #include "parent/Target.h"
 
 #include "common/errors.h"
-#include "common/text.h"
 #include "common/shown.h"
+#include "common/text.h"
 #include "queues/records/services.h"
 #include "types/vocabulary.h"
 

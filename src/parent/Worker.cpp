@@ -31,9 +31,11 @@ platform::ChildProcess startWorker(const std::string& path)
 
 }  // namespace
 
-Worker::Worker(MainSelector& mainSelector, const std::string& path, Listener& whoListens)
+Worker::Worker(MainSelector& mainSelector, const std::string& path, Listener& whoListens,
+               Recorded where)
     : selector(mainSelector),
       listener(whoListens),
+      recorded(where),
       process(startWorker(path)),
       input("input of the worker", process.standardInput),
       output("output of the worker", process.standardOutput),
@@ -44,6 +46,7 @@ Worker::Worker(MainSelector& mainSelector, const std::string& path, Listener& wh
     selector.add(&output, this);
     selector.add(&errors, this);
     selector.add(&exitWatch, this);
+    record(dump::Entry::Kind::started);
 }
 
 Worker::~Worker()
@@ -52,8 +55,18 @@ Worker::~Worker()
         platform::killProcess(process.pid);
         platform::collectExit(process.pid);
         selector.remove(&exitWatch);
+        if (fault.empty())
+            fault = "the run was over";
     }
     platform::closeHandle(process.exited);
+    // Nothing that was sent with the last breath is missing now.
+    record(dump::Entry::Kind::ended, ending());
+}
+
+void Worker::record(dump::Entry::Kind kind, std::string_view bytes)
+{
+    if (recorded.writer != nullptr)
+        recorded.writer->write(kind, recorded.number, bytes);
 }
 
 void Worker::send(const remcheck::remcheck_conf& request)
@@ -153,6 +166,7 @@ void Worker::feed()
         const std::uint64_t n = std::min<std::uint64_t>(input.writeBegin(&room), bytes.size());
         std::memcpy(room, bytes.data(), n);
         input.writeCommit(n);
+        record(dump::Entry::Kind::toWorker, bytes.substr(0, n));
         queued.take(n);
         fedAt = Time::now();
     } catch (const error::Exception&) {
@@ -171,6 +185,7 @@ void Worker::readOutput()
     try {
         char* data = nullptr;
         const std::uint64_t n = output.readBegin(&data);
+        record(dump::Entry::Kind::fromWorker, {data, n});
         frames.append({data, n});
         output.readCommit(n);
     } catch (const error::Exception&) {

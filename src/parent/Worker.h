@@ -10,17 +10,19 @@
 // closes a pipe and goes on, is condemned: killed, with the reason as its ending.
 #pragma once
 
+#include "dump/Recording.h"
+#include "io/Memory.h"
 #include "io/Pipe.h"
 #include "io/Timer.h"
 #include "parent/Attendant.h"
 #include "parent/FrameReader.h"
-#include "io/Memory.h"
 #include "platform/Process.h"
 #include "queues/records/remcheck.h"
 #include "queues/records/services.h"
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace parent {
@@ -37,9 +39,16 @@ public:
         ~Listener() = default;
     };
 
-    // Starts the program. Throws error::ESystemError if it can't be started. The selector and the
-    // listener must outlive the worker.
-    Worker(MainSelector& mainSelector, const std::string& path, Listener& whoListens);
+    // What is recorded of a worker, and where: its start, what goes through its pipes, its end.
+    struct Recorded {
+        dump::RecordingWriter* writer = nullptr;  // null: nowhere
+        std::uint32_t number = 0;                 // of the worker
+    };
+
+    // Starts the program. Throws error::ESystemError if it can't be started. The selector, the
+    // listener and the recording must outlive the worker.
+    Worker(MainSelector& mainSelector, const std::string& path, Listener& whoListens,
+           Recorded where);
     // Kills a worker that still runs.
     ~Worker();
     Worker(const Worker&) = delete;
@@ -64,6 +73,7 @@ public:
     void ready(io::Selectable* s) override;
 
 private:
+    void record(dump::Entry::Kind kind, std::string_view bytes = {});
     void feed();
     void readOutput();
     void readErrors();
@@ -75,6 +85,7 @@ private:
 
     MainSelector& selector;
     Listener& listener;
+    const Recorded recorded;
     platform::ChildProcess process;
     io::PipeOStream input;   // to its standard input
     io::PipeIStream output;  // from its standard output
