@@ -12,10 +12,10 @@
 //   16          the payload, or the exception's text as a string
 #pragma once
 
+#include "common/Held.h"
 #include "queues/event_t.h"
 #include "queues/fields.h"
 #include "queues/ioprim.h"
-#include "types/Held.h"
 
 #include <cstdint>
 #include <iosfwd>

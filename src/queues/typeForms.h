@@ -22,9 +22,9 @@
 #pragma once
 
 #include "common/BigNum.h"
+#include "common/Held.h"
 #include "queues/fields.h"
 #include "queues/ioprim.h"
-#include "types/Held.h"
 #include "types/id.h"
 #include "types/interval.h"
 #include "types/object.h"

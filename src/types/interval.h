@@ -8,7 +8,7 @@
 // is a value too: a reader meets it where the sender had none, or one of a class unknown here.
 #pragma once
 
-#include "types/Held.h"
+#include "common/Held.h"
 
 #include <cstdint>
 #include <memory>

@@ -4,7 +4,7 @@
 // Each owns what it holds, and lists its fields once, in wire order.
 #pragma once
 
-#include "types/Held.h"
+#include "common/Held.h"
 #include "types/id.h"
 #include "types/property.h"
 

@@ -19,7 +19,7 @@
 #pragma once
 
 #include "common/BigNum.h"
-#include "types/Held.h"
+#include "common/Held.h"
 #include "types/id.h"
 
 #include <cstdint>

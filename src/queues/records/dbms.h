@@ -5,10 +5,10 @@
 // take is the business of the processes that use them.
 #pragma once
 
+#include "common/Held.h"
 #include "common/Time.h"
 #include "queues/fields.h"
 #include "queues/records/services.h"
-#include "types/Held.h"
 #include "types/id.h"
 #include "types/interval.h"
 #include "types/object.h"

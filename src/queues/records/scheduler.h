@@ -3,9 +3,9 @@
 // Known to the codec alone: this process acts on none of them.
 #pragma once
 
+#include "common/Held.h"
 #include "common/Time.h"
 #include "queues/event.h"
-#include "types/Held.h"
 
 namespace scheduler {
 

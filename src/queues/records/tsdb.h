@@ -3,8 +3,8 @@
 // Known to the codec alone: this process acts on none of them.
 #pragma once
 
+#include "common/Held.h"
 #include "queues/event_t.h"
-#include "types/Held.h"
 #include "types/interval.h"
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Ownership by value: copies, nulls, assignments in which source and target overlap.
-#include "types/Held.h"
+#include "common/Held.h"
 
 #include <gtest/gtest.h>
 
