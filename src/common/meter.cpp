@@ -2,8 +2,9 @@
 
 #include "common/assertion.h"
 
-#include <algorithm>
+#include <cstddef>
 #include <iterator>
+#include <new>
 
 namespace meter {
 
@@ -54,9 +55,12 @@ void orphan(const Group* group, T* first)
 
 }  // namespace
 
-Group& root()
+Group& root() noexcept
 {
-    static Group& group = *new Group;
+    // Built at the first call, never destroyed, and without memory from the heap, since destructors
+    // call it.
+    alignas(Group) static std::byte space[sizeof(Group)];
+    static Group& group = *new (space) Group;
     return group;
 }
 
@@ -73,6 +77,13 @@ Group* unattachedGroups()
 Object::Object(Group* group, std::string ownName) : parent(group), name(std::move(ownName))
 {}
 
+// Here and not in the derived classes, so that it holds for a constructor, too, that fails while
+// it attaches.
+Object::~Object()
+{
+    groupOf(*this).detach(this);
+}
+
 Metric::Metric(Group* group, std::string ownName, std::string itsUnit, std::string description)
     : Object(group, std::move(ownName)), unit(std::move(itsUnit)), desc(std::move(description))
 {
@@ -82,7 +93,6 @@ Metric::Metric(Group* group, std::string ownName, std::string itsUnit, std::stri
 Metric::~Metric()
 {
     unlink(this, firstMetric);
-    groupOf(*this).detach(this);
 }
 
 Metric* Metric::find(PathIterator pathBegin, PathIterator pathEnd)
@@ -104,7 +114,6 @@ Group::~Group()
     orphan(this, firstGroup);
     orphan(this, firstMetric);
     unlink(this, firstGroup);
-    groupOf(*this).detach(this);
 }
 
 Metric* Group::find(PathIterator pathBegin, PathIterator pathEnd)

@@ -32,7 +32,8 @@ using PathIterator = std::list<std::string>::const_iterator;
 
 class Object {
 public:
-    virtual ~Object() = default;
+    // Leaves the group.
+    virtual ~Object();
     // The metric at the end of a path that begins below this object; null if there is none.
     virtual Metric* find(PathIterator pathBegin, PathIterator pathEnd) = 0;
     Object(const Object&) = delete;
@@ -103,7 +104,7 @@ public:
     // Takes an object in, without owning it. A second object of one name is an assertion.
     void attach(Metric* metric);
     void attach(Group* group);
-    // Forgets an object, which may never have been attached.
+    // Forgets an object, which may never have been attached. One of the same name stays.
     void detach(const Object* object) noexcept;
 
     std::map<std::string, Object*> children;  // by name
@@ -113,15 +114,16 @@ public:
     Group* next_unattached = nullptr;         // in the chain of those that wait
 
 private:
-    friend Group& root();
+    friend Group& root() noexcept;
 
     // The root: it waits for nothing.
     Group() : Object(nullptr, "") {}
     void addChild(Object* object);
 };
 
-// The group of all that have no other. It has no name, and lives until the process has ended.
-Group& root();
+// The group of all that have no other. It has no name, and is there before the first global object
+// and after the last.
+Group& root() noexcept;
 
 // Whether metrics and groups attach themselves when they are built. False in this process.
 extern bool tree_open;
