@@ -1,0 +1,187 @@
+#include "dump/CommandLine.h"
+
+#include "common/errors.h"
+#include "common/shown.h"
+#include "dump/Dump.h"
+#include "dump/EventList.h"
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace dump {
+
+namespace {
+
+constexpr int notUnderstood = 1;
+constexpr int unreadable = 2;  // or the output can't be written
+constexpr int wrongUsage = 3;
+
+struct Arguments {
+    std::vector<std::string> operands;
+    bool json = false;
+    bool fields = false;
+    bool events = false;
+};
+
+const char* const footer =
+    R"(Input is what went through a pipe of a worker, to it or from it: frames, one after the
+other. Or a recording, as 'netcheckctl check --record FILE' makes it. Events are shown as they
+come, so the input can be a pipe from a worker that runs.
+
+Offsets are those in the input; of a recording, those in the stream of the worker and direction.
+Passwords are shown as they went.
+
+Exit codes:
+  0  everything was understood
+  1  something could not be decoded; what and where is told on standard error
+  2  the input can't be read, or the output can't be written
+  3  wrong usage
+)";
+
+class Help final : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App*, std::string) const override
+    {
+        return "Usage: netcheck-dump [--json | --fields] [FILE]\n"
+               "       netcheck-dump --events [NAME | NUMBER]...\n";
+    }
+};
+
+void message(const std::string& text)
+{
+    std::cerr << "netcheck-dump: " << text << '\n' << std::flush;
+}
+
+// Nobody types frames: whoever gives no file at a terminal wants to know how it goes.
+bool inputIsTerminal()
+{
+    std::error_code unknown;  // what can't be told is no terminal
+    return std::filesystem::is_character_file("/dev/stdin", unknown) &&
+           std::filesystem::canonical("/dev/stdin", unknown) != "/dev/null";
+}
+
+// What has come so far is passed on and shown, before more is waited for.
+int dumpStream(std::istream& in, const std::string& name, Form form)
+{
+    const std::unique_ptr<View> view = makeView(form, std::cout, std::cerr);
+    Dump dump(*view);
+    std::array<char, 65536> piece{};
+    while (std::cout && in.peek() != std::istream::traits_type::eof()) {
+        const std::streamsize count = in.readsome(piece.data(), piece.size());
+        dump.append({piece.data(), static_cast<std::size_t>(count)});
+        if (in.rdbuf()->in_avail() <= 0)
+            std::cout.flush();
+    }
+    const bool failed = in.bad();
+    if (!failed && std::cout)
+        dump.finish();
+    std::cout.flush();
+    if (!std::cout)
+        message("the output can't be written");
+    else if (failed)
+        message(name + ": it can't be read");
+    else
+        return dump.isUnderstood() ? 0 : notUnderstood;
+    return unreadable;
+}
+
+int dumpFile(const std::string& path, Form form)
+{
+    if (path == "-")
+        return dumpStream(std::cin, "standard input", form);
+    std::error_code why;
+    const auto status = std::filesystem::status(path, why);
+    std::ifstream file;
+    if (!why && !std::filesystem::is_directory(status))
+        file.open(path, std::ios::binary);
+    if (file.is_open())
+        return dumpStream(file, shown(path), form);
+    message(shown(path) + ": " +
+            (why                                     ? why.message()
+             : std::filesystem::is_directory(status) ? "it is a directory"
+                                                     : "it can't be read"));
+    return unreadable;
+}
+
+int list(const std::vector<std::string>& wanted)
+{
+    try {
+        listEvents(std::cout, wanted);
+    } catch (const error::EParseError& e) {
+        message(e.text());
+        return wrongUsage;
+    }
+    std::cout.flush();
+    if (!std::cout)
+        message("the output can't be written");
+    return std::cout ? 0 : unreadable;
+}
+
+int run(const Arguments& arguments)
+{
+    if (int{arguments.json} + int{arguments.fields} + int{arguments.events} > 1) {
+        message("only one of --json, --fields and --events");
+        return wrongUsage;
+    }
+    if (arguments.events)
+        return list(arguments.operands);
+    if (arguments.operands.size() > 1) {
+        message("one FILE at a time");
+        return wrongUsage;
+    }
+    if (arguments.operands.empty() && inputIsTerminal()) {
+        message("name a FILE, or '-' for what is typed; see --help");
+        return wrongUsage;
+    }
+    const Form form = arguments.json ? Form::json : arguments.fields ? Form::fields : Form::text;
+    return dumpFile(arguments.operands.empty() ? "-" : arguments.operands.front(), form);
+}
+
+}  // namespace
+
+int runCommandLine(int argc, char** argv)
+{
+    std::ios::sync_with_stdio(false);
+    Arguments arguments;
+    CLI::App app("Shows the events that went through the pipes of the worker 'netcheck', or how "
+                 "events are encoded.",
+                 "netcheck-dump");
+    app.formatter(std::make_shared<Help>());
+    app.set_version_flag("--version", std::string("netcheck-dump ") + NETCHECK_VERSION);
+    app.failure_message([](const CLI::App*, const CLI::Error& e) {
+        return "netcheck-dump: " + shown(e.what()) + "\nTry 'netcheck-dump --help'.\n";
+    });
+    app.add_option("FILE", arguments.operands, "What to show; '-' or nothing for standard input")
+        ->type_name("");
+    app.add_flag("--json", arguments.json, "A JSON object for each event, one a line");
+    app.add_flag("--fields", arguments.fields,
+                 "A row for each value, with its offset and its bytes");
+    app.add_flag("--events", arguments.events,
+                 "Lists the known events, or those with the NAMEs or NUMBERs, and their encoding");
+    app.footer(footer);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        // Help and version are "errors" with code 0.
+        return app.exit(e) == 0 ? 0 : wrongUsage;
+    }
+    try {
+        return run(arguments);
+    } catch (const error::Exception& e) {
+        message(shown(e.text()));
+    } catch (const std::bad_alloc&) {
+        message("there is not enough memory for a frame");
+    }
+    return unreadable;
+}
+
+}  // namespace dump
