@@ -1,5 +1,5 @@
-#include "parent/Report.h"
 #include "common/shown.h"
+#include "parent/Report.h"
 
 #include <gtest/gtest.h>
 
