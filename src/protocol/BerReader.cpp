@@ -1,0 +1,261 @@
+#include "protocol/BerReader.h"
+
+#include "common/text.h"
+
+#include <algorithm>
+#include <limits>
+#include <string>
+#include <utility>
+
+namespace protocol {
+
+namespace {
+
+constexpr unsigned longFormNumber = 31;
+constexpr unsigned digitBits = 7;
+constexpr std::uint32_t greatestNumber = (std::uint32_t{1} << 29U) - 1;
+constexpr unsigned indefinite = 0x80;
+constexpr unsigned mostLengthBytes = 4;
+
+[[noreturn]] void refuseSize(const char* what, std::uint64_t got, const char* relation,
+                             std::uint64_t expected)
+{
+    throw EBer(what + uint64ToString(got) + relation + uint64ToString(expected));
+}
+
+}  // namespace
+
+BerReader::BerReader(const BerProtocol& factory, bool legacyNumbering)
+    : BerReader(factory, legacyNumbering, Limits())
+{}
+
+BerReader::BerReader(const BerProtocol& factory, bool legacyNumbering, Limits within)
+    : messages(factory), legacy(legacyNumbering), limits(within)
+{
+    beginMessage();
+}
+
+BerReader::~BerReader()
+{
+    current.reset();
+    while (!open.empty())
+        open.pop_back();
+}
+
+std::unique_ptr<BerValue> BerReader::read(std::string_view* bytes)
+{
+    if (failure)
+        std::rethrow_exception(failure);
+    try {
+        while (!bytes->empty()) {
+            if (state == State::content) {
+                takeContent(bytes);
+            } else {
+                ++taken;
+                takeByte(static_cast<unsigned char>(bytes->front()));
+                bytes->remove_prefix(1);
+            }
+            if (isWhole()) {
+                beginMessage();
+                return std::move(message);
+            }
+            requireRoom(1);
+        }
+    } catch (...) {
+        failure = std::current_exception();
+        taken = partStart;
+        throw;
+    }
+    return nullptr;
+}
+
+bool BerReader::inMessage() const
+{
+    return failure || taken != messageStart;
+}
+
+void BerReader::beginMessage()
+{
+    messageStart = taken;
+    const std::uint64_t most = std::numeric_limits<std::uint64_t>::max() - messageStart;
+    messageEnd = messageStart + std::min(limits.messageSize, most);
+}
+
+void BerReader::takeByte(unsigned char byte)
+{
+    switch (state) {
+    case State::tag:
+        if (byte == 0) {
+            if (open.empty())
+                throw EBer("End of contents outside of a message");
+            if (open.back().isDefinite)
+                throw EBer("End of contents in a value of definite length");
+            state = State::endOfContents;
+            return;
+        }
+        tag = byte >> 5U;
+        number = byte & 0x1FU;
+        if (number != longFormNumber) {
+            tagDone(number);
+        } else {
+            number = 0;
+            state = State::tagDigit;
+        }
+        return;
+    case State::tagDigit:
+        // Only in front of the first digit is the number 0.
+        if (number == 0 && byte == 0x80)
+            throw EBer("Tag number with a leading zero digit");
+        if (number > greatestNumber >> digitBits)
+            throw EBer("Tag number of more than 29 bits");
+        number = number << digitBits | (byte & 0x7FU);
+        if ((byte & 0x80U) == 0) {
+            if (number < longFormNumber)
+                refuseSize("Tag number in the form of greater ones ", number, " < ",
+                           longFormNumber);
+            tagDone(number);
+        }
+        return;
+    case State::length:
+        if (byte == indefinite) {
+            if (!isConstructed(tag))
+                throw EBer("Indefinite length of a primitive value with tag " + uintToString(tag));
+            openCurrent(end(), false);
+        } else if (byte < indefinite) {
+            number = byte;
+            lengthDone();
+        } else {
+            left = byte & 0x7FU;
+            if (left > mostLengthBytes)
+                refuseSize("Length exceeds allowed size ", left, " > ", mostLengthBytes);
+            number = 0;
+            state = State::lengthByte;
+        }
+        return;
+    case State::lengthByte:
+        number = number << 8U | byte;
+        if (--left == 0)
+            lengthDone();
+        return;
+    case State::endOfContents:
+        if (byte != 0)
+            refuseSize("End of contents with length ", byte, " expected ", 0);
+        endInnermost();
+        expectTag();
+        return;
+    case State::content:
+        break;
+    }
+}
+
+void BerReader::takeContent(std::string_view* bytes)
+{
+    const std::size_t count = std::min<std::size_t>(left, bytes->size());
+    static_cast<BerPrimitive&>(*current).append(bytes->data(), count);
+    bytes->remove_prefix(count);
+    taken += count;
+    left -= static_cast<std::uint32_t>(count);
+    if (left == 0)
+        primitiveDone();
+}
+
+void BerReader::tagDone(std::uint32_t tagNumber)
+{
+    tag |= tagNumber << 3U;
+    const std::size_t depth = open.size() + 1;
+    if (depth > limits.depth)
+        refuseSize("Nesting exceeds allowed depth ", depth, " > ", limits.depth);
+    if (open.empty()) {
+        message = messages.create(tag, legacy);
+        current = BerChild(message.get(), BerChildDeleter(true));
+    } else {
+        Open& parent = open.back();
+        auto& constructed = static_cast<BerConstructed&>(*parent.value);
+        current = constructed.child(parent.children, tag, legacy);
+        ++parent.children;
+    }
+    // All casts of values lean on this one.
+    const bool fits = isConstructed(tag) ? dynamic_cast<BerConstructed*>(current.get()) != nullptr
+                                         : dynamic_cast<BerPrimitive*>(current.get()) != nullptr;
+    if (!fits)
+        throw EBer("Tag " + uintToString(tag) + " is " +
+                   (isConstructed(tag) ? "constructed" : "primitive") +
+                   ", the value that it stands for isn't");
+    state = State::length;
+    partStart = taken;
+}
+
+void BerReader::lengthDone()
+{
+    // A value's own maximum goes first: its words say more than those about the room.
+    if (!isConstructed(tag))
+        static_cast<BerPrimitive&>(*current).prepare(number);
+    requireRoom(number);
+    if (isConstructed(tag)) {
+        openCurrent(taken + number, true);
+        return;
+    }
+    state = State::content;
+    partStart = taken;
+    left = number;
+    if (left == 0)
+        primitiveDone();
+}
+
+void BerReader::openCurrent(std::uint64_t until, bool isDefinite)
+{
+    open.push_back({.value = std::move(current), .end = until, .isDefinite = isDefinite});
+    expectTag();
+}
+
+void BerReader::primitiveDone()
+{
+    current->readDone();
+    current.reset();
+    expectTag();
+}
+
+// Of a value's own end: its children are all there.
+void BerReader::endInnermost()
+{
+    const Open& innermost = open.back();
+    const auto& value = static_cast<BerConstructed&>(*innermost.value);
+    if (!value.isRepeated() && innermost.children < value.requiredChildren())
+        refuseSize("Too few children, got ", innermost.children, " expected ",
+                   value.requiredChildren());
+    innermost.value->readDone();
+    open.pop_back();
+}
+
+// A tag is next, or an end of contents. All values whose definite length ends here have ended.
+void BerReader::expectTag()
+{
+    state = State::tag;
+    partStart = taken;
+    while (!open.empty() && open.back().isDefinite && open.back().end == taken)
+        endInnermost();
+}
+
+bool BerReader::isWhole() const
+{
+    return state == State::tag && open.empty() && message != nullptr;
+}
+
+// Where the innermost open value must have ended at the latest.
+std::uint64_t BerReader::end() const
+{
+    return open.empty() ? messageEnd : open.back().end;
+}
+
+// Of the size limit and a definite length around it, whichever ends first.
+void BerReader::requireRoom(std::uint64_t bytes) const
+{
+    if (taken + bytes <= end())
+        return;
+    if (end() == messageEnd)
+        refuseSize("Message exceeds allowed size ", taken - messageStart + bytes, " > ",
+                   limits.messageSize);
+    refuseSize("Value exceeds the rest of the one around it ", bytes, " > ", end() - taken);
+}
+
+}  // namespace protocol
