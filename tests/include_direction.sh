@@ -13,7 +13,7 @@ allowed() {
         io) echo "io common platform" ;;
         queues) echo "queues io types common platform" ;;
         checks) echo "checks queues io types common platform" ;;
-        dump) echo "dump queues io types common platform" ;;
+        dump) echo "dump protocol queues io types common platform" ;;
         parent) echo "parent dump queues io types common platform" ;;
         *) echo "unknown folder $1" >&2; exit 1 ;;
     esac

@@ -39,6 +39,7 @@ namespace protocol {
 
 class Message;
 struct Field;
+struct Schema;
 
 // What the engine can do with a field, by the kind of its member. `value` is the member's address.
 struct FieldKind {
@@ -51,6 +52,10 @@ struct FieldKind {
     const char* (*description)();
     // What each element of a list or set is; null for all others.
     const Field* (*element)();
+    // The class of a nested message; null for all others.
+    const Schema* (*nested)();
+    bool (*isEnumerated)();
+    bool (*isSet)();
 };
 
 // One of the classes that a union can hold.
@@ -293,6 +298,7 @@ struct EnumeratedKind {
     static bool equal(const std::int32_t& a, const std::int32_t& b) { return a == b; }
     static bool less(const std::int32_t& a, const std::int32_t& b) { return a < b; }
     static const char* description() { return Enumerated::name; }
+    static bool isEnumerated() { return true; }
 };
 
 // What a message or an element of a list owns, of any class.
@@ -322,6 +328,7 @@ struct NestedKind {
     static bool equal(const member_t& a, const member_t& b) { return equalOwned(a.get(), b.get()); }
     static bool less(const member_t& a, const member_t& b) { return lessOwned(a.get(), b.get()); }
     static const char* description() { return T::layout.name; }
+    static const Schema* nested() { return &T::layout; }
 };
 
 // A value of one of several classes.
@@ -368,6 +375,7 @@ struct ListKind {
     }
     static const char* description() { return List::name; }
     static const Field* element() { return &List::element; }
+    static bool isSet() { return List::listTag(false) == BE_SET_CURRENT; }
 };
 
 template <class Kind>
@@ -393,6 +401,24 @@ inline constexpr FieldKind fieldKind = {
             return Kind::element();
         else
             return nullptr;
+    },
+    []() -> const Schema* {
+        if constexpr (requires { Kind::nested(); })
+            return Kind::nested();
+        else
+            return nullptr;
+    },
+    [] {
+        if constexpr (requires { Kind::isEnumerated(); })
+            return Kind::isEnumerated();
+        else
+            return false;
+    },
+    [] {
+        if constexpr (requires { Kind::isSet(); })
+            return Kind::isSet();
+        else
+            return false;
     },
 };
 

@@ -10,22 +10,12 @@ class GuiProtocol final : public BerProtocol {
 public:
     std::unique_ptr<BerValue> create(BerTag tag, bool /*legacy*/) const override
     {
-        for (const Alternative& message : topLevelMessages) {
+        for (const Alternative& message : topLevelMessages()) {
             if (tag == applicationTag(message.number))
                 return message.make();
         }
         throw EBer("Unknown tag " + uintToString(tag));
     }
-
-private:
-    static constexpr const auto& topLevelMessages =
-        alternativesOf<ClientWants, ServerOffers, NegotiateAck, NegotiateNack,
-                       DiffieHellmannParameters, SporadicBignum, AuthChallenge, AuthResponse,
-                       ConfigureReq, ConfigureResp, CheckinReq, CheckinResp, UpgradeReq,
-                       UpgradeResp, NewSession, NewSessionResp, ReopenSession, EndSession, Request,
-                       Response, GridPropertyList, ServerTimeReq, ServerTimeResp,
-                       GridDataIntervalList, GSLNonce, GSLSignedNonce, GridMessage, GSLKeepAlive,
-                       DowntimeReq, DowntimeResp, HWScanReq, HWScanResp>;
 };
 
 }  // namespace
@@ -147,6 +137,17 @@ const BerProtocol& guiProtocol()
 {
     static const GuiProtocol factory;
     return factory;
+}
+
+std::span<const Alternative> topLevelMessages()
+{
+    return alternativesOf<ClientWants, ServerOffers, NegotiateAck, NegotiateNack,
+                          DiffieHellmannParameters, SporadicBignum, AuthChallenge, AuthResponse,
+                          ConfigureReq, ConfigureResp, CheckinReq, CheckinResp, UpgradeReq,
+                          UpgradeResp, NewSession, NewSessionResp, ReopenSession, EndSession,
+                          Request, Response, GridPropertyList, ServerTimeReq, ServerTimeResp,
+                          GridDataIntervalList, GSLNonce, GSLSignedNonce, GridMessage, GSLKeepAlive,
+                          DowntimeReq, DowntimeResp, HWScanReq, HWScanResp>;
 }
 
 }  // namespace protocol

@@ -9,6 +9,7 @@
 #include "protocol/Message.h"
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace protocol {
@@ -1356,5 +1357,7 @@ struct HWScanResp final : MessageOf<HWScanResp> {
 
 // The top-level messages.
 const BerProtocol& guiProtocol();
+// Their classes, by their application numbers.
+std::span<const Alternative> topLevelMessages();
 
 }  // namespace protocol
