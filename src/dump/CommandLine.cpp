@@ -4,12 +4,10 @@
 #include "common/shown.h"
 #include "dump/Dump.h"
 #include "dump/EventList.h"
+#include "dump/Input.h"
 
 #include <CLI/CLI.hpp>
 
-#include <array>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -20,9 +18,7 @@ namespace dump {
 
 namespace {
 
-constexpr int notUnderstood = 1;
-constexpr int unreadable = 2;  // or the output can't be written
-constexpr int wrongUsage = 3;
+const char* const program = "netcheck-dump";
 
 struct Arguments {
     std::vector<std::string> operands;
@@ -55,94 +51,37 @@ public:
     }
 };
 
-void message(const std::string& text)
-{
-    std::cerr << "netcheck-dump: " << text << '\n' << std::flush;
-}
-
-// Nobody types frames: whoever gives no file at a terminal wants to know how it goes.
-bool inputIsTerminal()
-{
-    std::error_code unknown;  // what can't be told is no terminal
-    return std::filesystem::is_character_file("/dev/stdin", unknown) &&
-           std::filesystem::canonical("/dev/stdin", unknown) != "/dev/null";
-}
-
-// What has come so far is passed on and shown, before more is waited for.
-int dumpStream(std::istream& in, const std::string& name, Form form)
-{
-    const std::unique_ptr<View> view = makeView(form, std::cout, std::cerr);
-    Dump dump(*view);
-    std::array<char, 65536> piece{};
-    while (std::cout && in.peek() != std::istream::traits_type::eof()) {
-        const std::streamsize count = in.readsome(piece.data(), piece.size());
-        dump.append({piece.data(), static_cast<std::size_t>(count)});
-        if (in.rdbuf()->in_avail() <= 0)
-            std::cout.flush();
-    }
-    const bool failed = in.bad();
-    if (!failed && std::cout)
-        dump.finish();
-    std::cout.flush();
-    if (!std::cout)
-        message("the output can't be written");
-    else if (failed)
-        message(name + ": it can't be read");
-    else
-        return dump.isUnderstood() ? 0 : notUnderstood;
-    return unreadable;
-}
-
-int dumpFile(const std::string& path, Form form)
-{
-    if (path == "-")
-        return dumpStream(std::cin, "standard input", form);
-    std::error_code why;
-    const auto status = std::filesystem::status(path, why);
-    std::ifstream file;
-    if (!why && !std::filesystem::is_directory(status))
-        file.open(path, std::ios::binary);
-    if (file.is_open())
-        return dumpStream(file, shown(path), form);
-    message(shown(path) + ": " +
-            (why                                     ? why.message()
-             : std::filesystem::is_directory(status) ? "it is a directory"
-                                                     : "it can't be read"));
-    return unreadable;
-}
-
 int list(const std::vector<std::string>& wanted)
 {
     try {
         listEvents(std::cout, wanted);
     } catch (const error::EParseError& e) {
-        message(e.text());
+        tell(program, e.text());
         return wrongUsage;
     }
-    std::cout.flush();
-    if (!std::cout)
-        message("the output can't be written");
-    return std::cout ? 0 : unreadable;
+    return flushOutput(program) ? allUnderstood : unreadable;
 }
 
 int run(const Arguments& arguments)
 {
     if (int{arguments.json} + int{arguments.fields} + int{arguments.events} > 1) {
-        message("only one of --json, --fields and --events");
+        tell(program, "only one of --json, --fields and --events");
         return wrongUsage;
     }
     if (arguments.events)
         return list(arguments.operands);
     if (arguments.operands.size() > 1) {
-        message("one FILE at a time");
+        tell(program, "one FILE at a time");
         return wrongUsage;
     }
     if (arguments.operands.empty() && inputIsTerminal()) {
-        message("name a FILE, or '-' for what is typed; see --help");
+        tell(program, "name a FILE, or '-' for what is typed; see --help");
         return wrongUsage;
     }
     const Form form = arguments.json ? Form::json : arguments.fields ? Form::fields : Form::text;
-    return dumpFile(arguments.operands.empty() ? "-" : arguments.operands.front(), form);
+    const std::unique_ptr<View> view = makeView(form, std::cout, std::cerr);
+    Dump dump(*view);
+    return showInput(program, arguments.operands.empty() ? "-" : arguments.operands.front(), dump);
 }
 
 }  // namespace
@@ -177,9 +116,9 @@ int runCommandLine(int argc, char** argv)
     try {
         return run(arguments);
     } catch (const error::Exception& e) {
-        message(shown(e.text()));
+        tell(program, shown(e.text()));
     } catch (const std::bad_alloc&) {
-        message("there is not enough memory for a frame");
+        tell(program, "there is not enough memory for a frame");
     }
     return unreadable;
 }

@@ -2,6 +2,7 @@
 
 #include "common/shown.h"
 #include "common/text.h"
+#include "dump/BytesAround.h"
 #include "dump/FieldTable.h"
 #include "dump/JsonFrame.h"
 #include "dump/Value.h"
@@ -25,14 +26,8 @@ namespace {
 
 constexpr std::uint64_t microseconds = 1'000'000;  // in a second
 
-// How much of a bad frame is shown: values in front of the bad one, and lines of bytes.
+// How many values in front of a bad one are shown.
 constexpr std::size_t rowsInFront = 6;
-constexpr std::size_t bytesInLine = 16;
-
-std::string offsetText(std::uint64_t offset)
-{
-    return uint64ToString(offset) + " (0x" + hex64ToString(offset) + ")";
-}
 
 // "-0.500000"
 std::string secondsText(std::int64_t time)
@@ -260,41 +255,6 @@ std::string rowsBefore(const BadFrame& bad)
     return text;
 }
 
-// A line as "hexdump -C" has it, of 16 bytes from `at` in the stream. What is outside the frame, or
-// not before `end`, is blank.
-std::string hexLine(const BadFrame& bad, std::uint64_t at, std::uint64_t end)
-{
-    std::string line = "  " + hex64ToString(at, 8) + " ";
-    std::string characters;
-    for (std::uint64_t place = at; place < at + bytesInLine; ++place) {
-        const bool known = place >= bad.offset && place < end;
-        const char byte = known ? bad.bytes[place - bad.offset] : ' ';
-        line += ' ';
-        line += known ? hexBytes({&byte, 1}) : "  ";
-        characters += byte >= ' ' && byte <= '~' ? byte : '.';
-    }
-    line += "  " + characters;
-    line.erase(line.find_last_not_of(' ') + 1);
-    return line + '\n';
-}
-
-// The line in which the bad value begins, with a mark under its first byte, and those around it.
-// Lines begin at multiples of 16 of the stream, as those of a hex dump of the input do.
-std::string bytesAround(const BadFrame& bad)
-{
-    const std::uint64_t mark = bad.offset + bad.place.offset;
-    const std::uint64_t marked = mark - mark % bytesInLine;
-    const std::uint64_t end = std::min(bad.offset + bad.bytes.size(), marked + 3 * bytesInLine);
-    std::string text;
-    if (bad.offset < marked)
-        text += hexLine(bad, marked - bytesInLine, end);
-    text += hexLine(bad, marked, end);
-    text += std::string(12 + 3 * (mark - marked), ' ') + "^^\n";
-    for (std::uint64_t at = marked + bytesInLine; at < end; at += bytesInLine)
-        text += hexLine(bad, at, end);
-    return text;
-}
-
 }  // namespace
 
 void View::badFrame(const Source& source, const BadFrame& bad)
@@ -312,7 +272,7 @@ void View::badFrame(const Source& source, const BadFrame& bad)
     const std::string rows = rowsBefore(bad);
     if (!rows.empty())
         err << "read of it:\n" << rows;
-    err << "bytes there:\n" << bytesAround(bad);
+    err << "bytes there:\n" << bytesAround(bad.bytes, bad.offset, bad.offset + bad.place.offset);
     if (!bad.cut)
         err << "Frames don't tell their length, so nothing behind this one can be understood.\n";
     if (bad.place.field == "type" && bad.offset != 0)
