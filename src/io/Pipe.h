@@ -57,6 +57,8 @@ public:
     void writeCommit(std::uint64_t count) override;
     bool flush() override;
     void close() override;
+    // Whether committed bytes have not left yet, after an error, too.
+    bool hasUnsent() const { return send_pos != fill_pos; }
 
     void setHandle(platform::Handle newHandle);
 
