@@ -38,20 +38,23 @@ namespace {
 
 class Buffer final : public protocol::BerOutput {
 public:
-    explicit Buffer(std::size_t size) : bytes(size, '\0') {}
-    void write(const char* added, std::size_t count) override
+    explicit Buffer(std::size_t size) : bytes(size, '\0') { clear(); }
+    void write(const char* /*added*/, std::size_t /*count*/) override
     {
-        if (count > bytes.size() - used)
-            throw std::runtime_error("the buffer is full");
-        std::memcpy(bytes.data() + used, added, count);
-        used += count;
+        throw std::runtime_error("the buffer is full");
     }
-    void clear() { used = 0; }
-    std::string_view written() const { return std::string_view(bytes).substr(0, used); }
+    void clear()
+    {
+        next = bytes.data();
+        limit = next + bytes.size();
+    }
+    std::string_view written() const
+    {
+        return std::string_view(bytes).substr(0, static_cast<std::size_t>(next - bytes.data()));
+    }
 
 private:
     std::string bytes;
-    std::size_t used = 0;
 };
 
 std::string bytesOf(const protocol::Message& message)

@@ -6,10 +6,12 @@
 #include "protocol/Message.h"
 
 #include <cstddef>
-#include <list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 namespace protocol {
 
@@ -17,7 +19,7 @@ namespace protocol {
 template <class Kind>
 struct ElementsOf {
     using kind_t = Kind;
-    using list_t = std::list<typename Kind::member_t>;
+    using list_t = std::vector<typename Kind::member_t>;
 };
 template <class T>
 struct ElementsOf<NestedKind<T>> {
@@ -69,8 +71,7 @@ public:
     }
     void write(BerOutput& output, bool legacy) const final
     {
-        writeTag(output, listTag(legacy));
-        beginContents(output);
+        beginConstructed(output, listTag(legacy));
         for (const auto& each : *elements)
             Kind::write(Self::element, each, output, legacy);
         endContents(output);
@@ -79,6 +80,17 @@ public:
     BerChild child(std::size_t /*index*/, BerTag tag, bool legacy) final
     {
         return Kind::child(Self::element, elements->emplace_back(), tag, legacy, Self::name);
+    }
+    bool readChild(std::size_t /*index*/, BerTag tag, bool legacy, std::string_view content) final
+    {
+        if constexpr (hasRead<Kind>) {
+            typename Kind::member_t element{};
+            if (!Kind::read(Self::element, element, tag, legacy, content))
+                return false;
+            elements->push_back(std::move(element));
+            return true;
+        }
+        return false;
     }
     std::size_t requiredChildren() const final { return 0; }
     bool isRepeated() const final { return true; }

@@ -3,11 +3,15 @@
 #include "common/assertion.h"
 #include "common/text.h"
 
+#include <algorithm>
+#include <bit>
+#include <charconv>
 #include <cmath>
 #include <concepts>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <cxxabi.h>
+#include <system_error>
 #include <typeinfo>
 #include <utility>
 
@@ -49,14 +53,14 @@ public:
     std::size_t used = 0;
 };
 
-unsigned char firstByte(const std::string& content)
+unsigned char firstByte(std::string_view content)
 {
     return static_cast<unsigned char>(content[0]);
 }
 
 // The most significant byte first, its top bit the sign of a signed number.
 template <std::integral T>
-T decodeInteger(const std::string& content)
+T decodeInteger(std::string_view content)
 {
     std::uint64_t number = 0;
     if (std::is_signed_v<T> && !content.empty() && (firstByte(content) & 0x80U) != 0)
@@ -64,28 +68,6 @@ T decodeInteger(const std::string& content)
     for (const char c : content)
         number = number << 8U | static_cast<unsigned char>(c);
     return static_cast<T>(number);
-}
-
-// The fewest bytes whose top bit tells the sign.
-template <std::integral T>
-Content<longestInteger<T>> encodeInteger(T value)
-{
-    std::size_t count = 1;
-    if constexpr (std::is_signed_v<T>) {
-        // What is left of the number when the byte's own bits are gone: nothing but the sign.
-        for (T rest = value >> 7; rest != 0 && rest != -1; rest >>= 8)
-            ++count;
-    } else {
-        for (T rest = value >> 7U; rest != 0; rest >>= 8U)
-            ++count;
-    }
-    Content<longestInteger<T>> content;
-    if (count > sizeof(T)) {
-        content.add(0);
-        --count;
-    }
-    content.addBytes(static_cast<std::uint64_t>(value), count);
-    return content;
 }
 
 // Zero has no byte. A number with the top bit of its first byte set reads negative, so all that
@@ -108,7 +90,7 @@ Content<longestEnumerated> encodeEnumerated(std::int32_t value)
 Content<longestBigNum> encodeBigNum(const BigNum& value)
 {
     Content<longestBigNum> content;
-    std::size_t size = longestBigNum;
+    std::size_t size = std::min(longestBigNum, 4 * value.limbCount());  // whose rest it would clear
     value.bn_get_data(content.bytes, &size);
     content.used = size;
     return content;
@@ -123,11 +105,13 @@ Content<longestReal> encodeReal(double value)
         content.add(value > 0 ? realPlusInfinity : realMinusInfinity);
     } else if (value != 0) {
         content.add(realText);
-        const std::size_t room = longestReal - content.used;
-        const int length = std::snprintf(content.bytes + content.used, room, "%e", value);
-        if (length < 0 || static_cast<std::size_t>(length) >= room)
+        // As "%e" does it, in the "C" locale.
+        const auto [end, failure] =
+            std::to_chars(content.bytes + content.used, content.bytes + longestReal, value,
+                          std::chars_format::scientific, 6);
+        if (failure != std::errc())
             assertion("String representation of double larger than buffer");
-        content.used += static_cast<std::size_t>(length);
+        content.used = static_cast<std::size_t>(end - content.bytes);
     }
     return content;
 }
@@ -163,6 +147,26 @@ std::string numberText(T value)
         return uint64ToString(value);
 }
 
+// The fewest bytes whose top bit tells the sign.
+template <std::integral T>
+char* putInteger(char* to, T value)
+{
+    const auto number = static_cast<std::uint64_t>(value);  // with the sign in all bits above
+    const std::uint64_t digits = std::is_signed_v<T> && value < 0 ? ~number : number;
+    if (digits < 0x80) {
+        *to = static_cast<char>(number);
+        return to + 1;
+    }
+    auto count = static_cast<std::size_t>(std::bit_width(digits)) / 8 + 1;
+    if (count > sizeof number) {
+        *to++ = 0;
+        --count;
+    }
+    for (; count > 0; --count)
+        *to++ = static_cast<char>(static_cast<unsigned char>(number >> (8 * (count - 1))));
+    return to;
+}
+
 template <class T>
 std::string typeName()
 {
@@ -172,6 +176,21 @@ std::string typeName()
     return status == 0 ? name.get() : typeid(T).name();
 }
 
+template <class T>
+[[noreturn]] void refuseNumber(T number, T minimum, T maximum, const char* operation)
+{
+    throw EBer("data out of range in BerIntegerTemplate<" + typeName<T>() + ">::" + operation +
+               " " + numberText(minimum) + " <= " + numberText(number) +
+               " <= " + numberText(maximum));
+}
+
+template <class T>
+void requireBounds(T number, T minimum, T maximum, const char* operation)
+{
+    if (number < minimum || number > maximum)
+        refuseNumber(number, minimum, maximum, operation);
+}
+
 std::string beyondMaximum(const char* what, std::size_t length, std::size_t maximum)
 {
     return what + sizeToString(length) + " > " + sizeToString(maximum);
@@ -179,9 +198,26 @@ std::string beyondMaximum(const char* what, std::size_t length, std::size_t maxi
 
 void writePrimitive(BerOutput& output, BerTag tag, std::string_view content)
 {
-    writeTag(output, tag);
-    writeLength(output, content.size());
-    output.write(content.data(), content.size());
+    char* const begin = output.begin();
+    char* to = putLength(putTag(begin, tag), content.size());
+    if (content.size() > BerOutput::shortMost - mostHeadBytes) {
+        output.finish(begin, to);
+        output.put(content.data(), content.size());
+        return;
+    }
+    to = std::copy(content.begin(), content.end(), to);
+    output.finish(begin, to);
+}
+
+[[noreturn]] void refuseTextLength(std::size_t length, std::size_t maximum)
+{
+    throw EBer(beyondMaximum("String exceeds allowed length ", length, maximum));
+}
+
+void requireTextLength(std::size_t length, std::size_t maximum)
+{
+    if (length > maximum)
+        refuseTextLength(length, maximum);
 }
 
 }  // namespace
@@ -233,21 +269,29 @@ bool BerString::bothSet(const BerString& other) const
     return value != nullptr && other.value != nullptr;
 }
 
-void BerString::requireLength(std::size_t length) const
+void writeText(BerOutput& output, BerTag tag, const std::string& text, std::size_t maxLength)
 {
-    if (length > maxLength)
-        throw EBer(beyondMaximum("String exceeds allowed length ", length, maxLength));
+    const std::size_t length = text.size();
+    requireTextLength(length, maxLength);
+    char* const begin = output.begin();
+    if (length > BerOutput::shortMost - mostHeadBytes) {
+        writePrimitive(output, tag, text);
+        return;
+    }
+    char* const content = putTag(begin, tag) + 1;
+    content[-1] = static_cast<char>(length);
+    std::memcpy(content, text.data(), length);
+    output.finish(begin, content + length);
 }
 
 void BerString::write(BerOutput& output, bool legacy) const
 {
-    requireLength(value->size());
-    writePrimitive(output, tag(legacy), *value);
+    writeText(output, tag(legacy), *value, maxLength);
 }
 
 void BerString::prepare(std::size_t length)
 {
-    requireLength(length);
+    requireTextLength(length, maxLength);
     value->reserve(value->size() + length);
 }
 
@@ -329,7 +373,8 @@ template <class T>
 BerIntegerTemplate<T>::BerIntegerTemplate(T initial, T least, T greatest, BerTag tag)
     : BerShortField<T>(initial, longestInteger<T>, tag), minimum(least), maximum(greatest)
 {
-    this->buffer = encodeInteger(initial).view();
+    char content[longestInteger<T>];
+    this->buffer.assign(content, putInteger(content, initial));
 }
 
 template <class T>
@@ -345,26 +390,44 @@ void BerIntegerTemplate<T>::readDone()
     if (std::is_unsigned_v<T> && content.size() == longestInteger<T> && content[0] != '\0')
         throw EBer("data out of range in BerIntegerTemplate");
     *this->value = decodeInteger<T>(content);
-    requireBounds("readDone");
+    requireBounds(*this->value, minimum, maximum, "readDone");
 }
 
 template <class T>
-void BerIntegerTemplate<T>::write(BerOutput& output, bool /*legacy*/) const
+bool readInteger(std::string_view content, T* value)
 {
-    requireBounds("write");
-    this->writeContent(output, encodeInteger(*this->value).view());
+    if (content.size() > longestInteger<T> || (content.size() > sizeof(T) && content[0] != '\0'))
+        return false;
+    *value = decodeInteger<T>(content);
+    return true;
+}
+template bool readInteger(std::string_view, std::int32_t*);
+template bool readInteger(std::string_view, std::uint32_t*);
+template bool readInteger(std::string_view, std::int64_t*);
+template bool readInteger(std::string_view, std::uint64_t*);
+
+template <class T>
+void writeInteger(BerOutput& output, BerTag tag, T value, T minimum, T maximum)
+{
+    requireBounds(value, minimum, maximum, "write");
+    char* const begin = output.begin();
+    char* const length = putTag(begin, tag);
+    char* const content = length + 1;
+    char* const behind = putInteger(content, value);
+    *length = static_cast<char>(behind - content);
+    output.finish(begin, behind);
 }
 
 template <class T>
-void BerIntegerTemplate<T>::requireBounds(const char* operation) const
+void BerIntegerTemplate<T>::write(BerOutput& output, bool legacy) const
 {
-    const T number = *this->value;
-    if (number < minimum || number > maximum)
-        throw EBer("data out of range in BerIntegerTemplate<" + typeName<T>() + ">::" + operation +
-                   " " + numberText(minimum) + " <= " + numberText(number) +
-                   " <= " + numberText(maximum));
+    writeInteger(output, this->tag(legacy), *this->value, minimum, maximum);
 }
 
+template void writeInteger(BerOutput&, BerTag, std::int32_t, std::int32_t, std::int32_t);
+template void writeInteger(BerOutput&, BerTag, std::uint32_t, std::uint32_t, std::uint32_t);
+template void writeInteger(BerOutput&, BerTag, std::int64_t, std::int64_t, std::int64_t);
+template void writeInteger(BerOutput&, BerTag, std::uint64_t, std::uint64_t, std::uint64_t);
 template class BerIntegerTemplate<std::int32_t>;
 template class BerIntegerTemplate<std::uint32_t>;
 template class BerIntegerTemplate<std::int64_t>;

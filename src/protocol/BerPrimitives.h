@@ -49,13 +49,21 @@ private:
     static constexpr BerTag byNumbering = 0;
 
     bool bothSet(const BerString& other) const;
-    void requireLength(std::size_t length) const;
 
     std::unique_ptr<std::string> owned;  // null when viewing
     std::string* value;
     std::size_t maxLength;
     BerTag ownTag;
 };
+
+// What the wrappers write, for a field that needs none. Throws EBer as they do.
+void writeText(BerOutput& output, BerTag tag, const std::string& text, std::size_t maxLength);
+template <class T>
+void writeInteger(BerOutput& output, BerTag tag, T value, T minimum, T maximum);
+
+// What the wrapper of an integer reads, without bounds. False if it would throw.
+template <class T>
+bool readInteger(std::string_view content, T* value);
 
 class BerShortValue : public BerPrimitive {
 public:
@@ -133,8 +141,6 @@ public:
     void write(BerOutput& output, bool legacy) const override;
 
 private:
-    void requireBounds(const char* operation) const;
-
     T minimum;
     T maximum;
 };

@@ -48,9 +48,11 @@ std::unique_ptr<BerValue> BerReader::read(std::string_view* bytes)
         std::rethrow_exception(failure);
     try {
         while (!bytes->empty()) {
+            if (state == State::tag)
+                takeShort(bytes);
             if (state == State::content) {
                 takeContent(bytes);
-            } else {
+            } else if (!isWhole() && !bytes->empty()) {
                 ++taken;
                 takeByte(static_cast<unsigned char>(bytes->front()));
                 bytes->remove_prefix(1);
@@ -79,6 +81,77 @@ void BerReader::beginMessage()
     messageStart = taken;
     const std::uint64_t most = std::numeric_limits<std::uint64_t>::max() - messageStart;
     messageEnd = messageStart + std::min(limits.messageSize, most);
+}
+
+// Of what is inside of a message, as much as has the usual forms and is there as a whole: an end of
+// contents, a tag with an indefinite length, or a primitive child, each with one byte of tag and
+// one of length. The rest is left to takeByte(), and so is what it will refuse.
+void BerReader::takeShort(std::string_view* bytes)
+{
+    while (!open.empty()) {
+        Open& parent = open.back();
+        const std::size_t there = std::min<std::uint64_t>(bytes->size(), parent.end - taken - 1);
+        if (there < 2)
+            return;
+        const auto identifier = static_cast<unsigned char>((*bytes)[0]);
+        const auto second = static_cast<unsigned char>((*bytes)[1]);
+        const std::uint32_t shortNumber = identifier & longFormNumber;
+        const BerTag childTag = shortNumber << 3U | identifier >> 5U;
+        if (identifier == 0) {
+            if (second != 0 || parent.isDefinite)
+                return;
+            taken += 2;
+            bytes->remove_prefix(2);
+            endInnermost();
+            expectTag();
+        } else if (shortNumber == longFormNumber) {
+            return;
+        } else if (isConstructed(childTag)) {
+            if (second != indefinite)
+                return;
+            BerChild child = childWith(childTag);
+            taken += 2;
+            partStart = taken;
+            bytes->remove_prefix(2);
+            open.push_back({.value = std::move(child), .end = parent.end, .isDefinite = false});
+        } else {
+            const std::size_t whole = std::size_t{2} + second;
+            if (second >= indefinite || there < whole || open.size() >= limits.depth)
+                return;
+            auto& constructed = static_cast<BerConstructed&>(*parent.value);
+            if (!constructed.readChild(parent.children, childTag, legacy,
+                                       {bytes->data() + 2, second}))
+                return;
+            ++parent.children;
+            taken += whole;
+            partStart = taken;
+            bytes->remove_prefix(whole);
+        }
+    }
+}
+
+// What will read the next child of the innermost value.
+BerChild BerReader::childWith(BerTag childTag)
+{
+    const std::size_t depth = open.size() + 1;
+    if (depth > limits.depth)
+        refuseSize("Nesting exceeds allowed depth ", depth, " > ", limits.depth);
+    BerChild child;
+    if (open.empty()) {
+        message = messages.create(childTag, legacy);
+        child = BerChild(message.get(), BerChildDeleter(true));
+    } else {
+        Open& parent = open.back();
+        auto& constructed = static_cast<BerConstructed&>(*parent.value);
+        child = constructed.child(parent.children, childTag, legacy);
+        ++parent.children;
+    }
+    // All casts of values lean on this one.
+    if (child->hasChildren() != isConstructed(childTag))
+        throw EBer("Tag " + uintToString(childTag) + " is " +
+                   (isConstructed(childTag) ? "constructed" : "primitive") +
+                   ", the value that it stands for isn't");
+    return child;
 }
 
 void BerReader::takeByte(unsigned char byte)
@@ -162,25 +235,7 @@ void BerReader::takeContent(std::string_view* bytes)
 void BerReader::tagDone(std::uint32_t tagNumber)
 {
     tag |= tagNumber << 3U;
-    const std::size_t depth = open.size() + 1;
-    if (depth > limits.depth)
-        refuseSize("Nesting exceeds allowed depth ", depth, " > ", limits.depth);
-    if (open.empty()) {
-        message = messages.create(tag, legacy);
-        current = BerChild(message.get(), BerChildDeleter(true));
-    } else {
-        Open& parent = open.back();
-        auto& constructed = static_cast<BerConstructed&>(*parent.value);
-        current = constructed.child(parent.children, tag, legacy);
-        ++parent.children;
-    }
-    // All casts of values lean on this one.
-    const bool fits = isConstructed(tag) ? dynamic_cast<BerConstructed*>(current.get()) != nullptr
-                                         : dynamic_cast<BerPrimitive*>(current.get()) != nullptr;
-    if (!fits)
-        throw EBer("Tag " + uintToString(tag) + " is " +
-                   (isConstructed(tag) ? "constructed" : "primitive") +
-                   ", the value that it stands for isn't");
+    current = childWith(tag);
     state = State::length;
     partStart = taken;
 }
@@ -220,7 +275,7 @@ void BerReader::endInnermost()
 {
     const Open& innermost = open.back();
     const auto& value = static_cast<BerConstructed&>(*innermost.value);
-    if (!value.isRepeated() && innermost.children < value.requiredChildren())
+    if (innermost.children < value.requiredChildren() && !value.isRepeated())
         refuseSize("Too few children, got ", innermost.children, " expected ",
                    value.requiredChildren());
     innermost.value->readDone();

@@ -80,6 +80,8 @@ private:
     };
 
     void beginMessage();
+    void takeShort(std::string_view* bytes);
+    BerChild childWith(BerTag childTag);
     void takeByte(unsigned char byte);
     void takeContent(std::string_view* bytes);
     void tagDone(std::uint32_t number);

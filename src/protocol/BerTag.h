@@ -47,11 +47,36 @@ constexpr BerTag contextTag(std::uint32_t number)
     return number * 8 + 5;
 }
 
+// Of a tag and a length together, in bytes.
+inline constexpr std::size_t mostHeadBytes = 11;
+
+// Put a tag or length at `to`, and give the place behind it.
+char* putLongTag(char* to, BerTag tag);
+char* putLongLength(char* to, std::size_t length);
+// Of a number below 31.
+constexpr char shortTag(BerTag tag)
+{
+    return static_cast<char>(static_cast<unsigned char>(tag >> 3U | tag << 5U));
+}
+inline char* putTag(char* to, BerTag tag)
+{
+    if (tag >= 31 * 8)
+        return putLongTag(to, tag);
+    *to = shortTag(tag);
+    return to + 1;
+}
+inline char* putLength(char* to, std::size_t length)
+{
+    if (length >= 128)
+        return putLongLength(to, length);
+    *to = static_cast<char>(length);
+    return to + 1;
+}
+
 void writeTag(BerOutput& output, BerTag tag);
 // A definite length, in the fewest bytes. At most 32 bits.
 void writeLength(BerOutput& output, std::size_t length);
 // The content of a constructed value has no length: it stands between these two.
 void beginContents(BerOutput& output);
-void endContents(BerOutput& output);
 
 }  // namespace protocol

@@ -17,6 +17,7 @@
 #include "common/errors.h"
 #include "protocol/BerTag.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -29,16 +30,79 @@ class EBer : public error::EParseError {
 };
 
 // Takes the bytes of a value that is being written.
+//
+// A derived class may lend an area of memory to be filled without a call: `next` to `limit`. write()
+// is called for what the rest of it has no room for, and for all bytes if there is none.
 class BerOutput {
 public:
     virtual void write(const char* bytes, std::size_t count) = 0;
 
+    // As write(), but into the area if that has room.
+    void put(const char* bytes, std::size_t count)
+    {
+        if (count > room())
+            write(bytes, count);
+        else
+            next = std::copy_n(bytes, count, next);
+    }
+    [[gnu::always_inline]] void putTwo(char first, char second)
+    {
+        if (room() < 2) {
+            writeTwo(first, second);
+            return;
+        }
+        next[0] = first;
+        next[1] = second;
+        next += 2;
+    }
+    // For what is put together in place: where `shortMost` bytes can go. finish() takes those that
+    // did, before anything else is put.
+    static constexpr std::size_t shortMost = 80;
+    char* begin() { return room() >= shortMost ? next : scratch; }
+    void finish(char* begun, char* behind)
+    {
+        if (begun == next)
+            next = behind;
+        else
+            put(begun, static_cast<std::size_t>(behind - begun));
+    }
+
 protected:
+    BerOutput() = default;
+    BerOutput(const BerOutput&) = delete;
+    BerOutput& operator=(const BerOutput&) = delete;
     ~BerOutput() = default;
+
+    char* next = nullptr;
+    char* limit = nullptr;
+
+private:
+    std::size_t room() const { return static_cast<std::size_t>(limit - next); }
+    void writeTwo(char first, char second);
+
+    char scratch[shortMost];
 };
+
+// The content of a constructed value has no length: it stands between these two.
+[[gnu::always_inline]] inline void beginConstructed(BerOutput& output, BerTag tag)
+{
+    if (tag < 31 * 8) {
+        output.putTwo(shortTag(tag), '\x80');
+    } else {
+        writeTag(output, tag);
+        output.put("\x80", 1);
+    }
+}
+[[gnu::always_inline]] inline void endContents(BerOutput& output)
+{
+    output.putTwo('\0', '\0');
+}
 
 class BerValue {
 public:
+    // Memory of values that are gone is kept for the next ones, up to a bound.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* memory, std::size_t size);
     virtual ~BerValue() = default;
     // A deep copy.
     virtual std::unique_ptr<BerValue> clone() const = 0;
@@ -53,8 +117,17 @@ public:
     // been written then.
     virtual void write(BerOutput& output, bool legacy) const = 0;
 
+    // Whether this is a BerConstructed, as opposed to a BerPrimitive: there are no others.
+    bool hasChildren() const { return constructed; }
+
+private:
+    friend class BerPrimitive;
+    friend class BerConstructed;
+    explicit BerValue(bool isConstructed) : constructed(isConstructed) {}
+
+    bool constructed;
+
 protected:
-    BerValue() = default;
     BerValue(const BerValue&) = default;
     BerValue& operator=(const BerValue&) = default;
 };
@@ -66,6 +139,9 @@ public:
     virtual void prepare(std::size_t length) = 0;
     // The next piece of the content.
     virtual void append(const char* bytes, std::size_t count) = 0;
+
+protected:
+    BerPrimitive() : BerValue(false) {}
 };
 
 // Frees a value, unless that is only lent.
@@ -97,11 +173,21 @@ public:
     // A value that will read the child at the position `index`, counted from 0. It may refer to
     // this value, and must not outlive it. Throws EBer if the child can't have the tag.
     virtual BerChild child(std::size_t index, BerTag tag, bool legacy) = 0;
+    // Reads a primitive child whose content is there as a whole, as child() and what that gives
+    // would do. False if it wasn't read, for whatever reason: child() says what is wrong.
+    virtual bool readChild(std::size_t /*index*/, BerTag /*tag*/, bool /*legacy*/,
+                           std::string_view /*content*/)
+    {
+        return false;
+    }
     // How many children a value has at the least. Those behind them can be absent: an older peer
     // doesn't know them.
     virtual std::size_t requiredChildren() const = 0;
     // True for lists and sets, which have any number of children of one kind.
     virtual bool isRepeated() const { return false; }
+
+protected:
+    BerConstructed() : BerValue(true) {}
 };
 
 // A factory of top-level messages.

@@ -46,28 +46,16 @@ bool allLess(const Message& a, const Message& b)
 }
 
 template <class T>
-BerIntegerTemplate<T> wrapped(const Field& field, T* value)
+void writeNumber(const Field& field, T value, BerOutput& output)
 {
+    using Limits = std::numeric_limits<T>;
     if constexpr (std::is_same_v<T, std::int32_t>)
-        return BerIntegerTemplate<T>(value, field.minimum, field.maximum);
+        writeInteger(output, BE_INTEGER, value, field.minimum, field.maximum);
     else
-        return BerIntegerTemplate<T>(value);
+        writeInteger(output, BE_INTEGER, value, Limits::min(), Limits::max());
 }
 
 }  // namespace
-
-BerTag Schema::tag(bool legacy) const
-{
-    switch (form) {
-    case Form::topLevel:
-        return applicationTag(number);
-    case Form::alternative:
-        return legacy ? applicationTag(number) : contextTag(number);
-    case Form::sequence:
-        break;
-    }
-    return legacy ? BE_SEQ_LEGACY : BE_SEQ_CURRENT;
-}
 
 void requireTag(BerTag tag, BerTag expected, const char* name)
 {
@@ -104,18 +92,6 @@ bool Message::operator>(const BerValue& other) const
     return sameClass(*this, other) && allLess(static_cast<const Message&>(other), *this);
 }
 
-void Message::write(BerOutput& output, bool legacy) const
-{
-    const Schema& table = schema();
-    writeTag(output, table.tag(legacy));
-    beginContents(output);
-    for (std::size_t i = 0; i < table.fieldCount; ++i) {
-        const Field& field = table.fields[i];
-        field.kind->write(field, addressOf(field, *this), output, legacy);
-    }
-    endContents(output);
-}
-
 BerChild Message::child(std::size_t index, BerTag tag, bool legacy)
 {
     const Schema& table = schema();
@@ -123,6 +99,15 @@ BerChild Message::child(std::size_t index, BerTag tag, bool legacy)
         return makeSkipper(tag);
     const Field& field = table.fields[index];
     return field.kind->child(field, field.member(*this), tag, legacy, table.name);
+}
+
+bool Message::readChild(std::size_t index, BerTag tag, bool legacy, std::string_view content)
+{
+    const Schema& table = schema();
+    if (index >= table.fieldCount)
+        return false;
+    const Field& field = table.fields[index];
+    return field.kind->read(field, field.member(*this), tag, legacy, content);
 }
 
 void refuseNullCopy(const std::type_info& element)
@@ -137,7 +122,7 @@ void refuseNullCopy(const std::type_info& element)
 void TextKind::write(const Field& field, const std::string& value, BerOutput& output, bool legacy)
 {
     const BerTag tag = legacy ? BE_STRING_LEGACY : BE_STRING_CURRENT;
-    BerString(const_cast<std::string*>(&value), field.maxLength, tag).write(output, legacy);
+    writeText(output, tag, value, field.maxLength);
 }
 
 BerChild TextKind::child(const Field& field, std::string& value, BerTag tag, bool legacy,
@@ -148,9 +133,24 @@ BerChild TextKind::child(const Field& field, std::string& value, BerTag tag, boo
 }
 
 template <class T>
-void NumberKind<T>::write(const Field& field, const T& value, BerOutput& output, bool legacy)
+void NumberKind<T>::write(const Field& field, const T& value, BerOutput& output, bool /*legacy*/)
 {
-    wrapped(field, const_cast<T*>(&value)).write(output, legacy);
+    writeNumber(field, value, output);
+}
+
+template <class T>
+bool NumberKind<T>::read(const Field& field, T& value, BerTag tag, bool /*legacy*/,
+                         std::string_view content)
+{
+    T number;
+    if (tag != BE_INTEGER || !readInteger(content, &number))
+        return false;
+    if constexpr (std::is_same_v<T, std::int32_t>) {
+        if (number < field.minimum || number > field.maximum)
+            return false;
+    }
+    value = number;
+    return true;
 }
 
 template <class T>
@@ -195,7 +195,7 @@ void NullableKind<T>::write(const Field& field, const Nullable<T>& value, BerOut
                             bool legacy)
 {
     if (value.present)
-        wrapped(field, const_cast<T*>(&value.number)).write(output, legacy);
+        writeNumber(field, value.number, output);
     else
         BerNull().write(output, legacy);
 }

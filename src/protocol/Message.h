@@ -28,12 +28,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <list>
 #include <memory>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
+#include <vector>
 
 namespace protocol {
 
@@ -46,6 +46,9 @@ struct FieldKind {
     void (*write)(const Field& field, const void* value, BerOutput& output, bool legacy);
     // A value that will read the member. `owner` is the class that the field is in.
     BerChild (*child)(const Field& field, void* value, BerTag tag, bool legacy, const char* owner);
+    // As BerConstructed::readChild.
+    bool (*read)(const Field& field, void* value, BerTag tag, bool legacy,
+                 std::string_view content);
     bool (*equal)(const void* a, const void* b);
     bool (*less)(const void* a, const void* b);
     // What users call it: "text", "int32", "ListOfCheck".
@@ -90,7 +93,18 @@ struct Schema {
     const Field* fields;   // in wire order
     std::size_t fieldCount;
 
-    BerTag tag(bool legacy) const;
+    constexpr BerTag tag(bool legacy) const
+    {
+        switch (form) {
+        case Form::topLevel:
+            return applicationTag(number);
+        case Form::alternative:
+            return legacy ? applicationTag(number) : contextTag(number);
+        case Form::sequence:
+            break;
+        }
+        return legacy ? BE_SEQ_LEGACY : BE_SEQ_CURRENT;
+    }
 };
 
 // Throws EBer unless the tag is the one expected. `name` is that of the expected tag without its
@@ -106,8 +120,8 @@ public:
     // lexicographically; what is owned, if both are there.
     bool operator<(const BerValue& other) const final;
     bool operator>(const BerValue& other) const final;
-    void write(BerOutput& output, bool legacy) const final;
     BerChild child(std::size_t index, BerTag tag, bool legacy) final;
+    bool readChild(std::size_t index, BerTag tag, bool legacy, std::string_view content) final;
     std::size_t requiredChildren() const final { return schema().required; }
 
     virtual const Schema& schema() const = 0;
@@ -120,6 +134,7 @@ class MessageOf : public Message {
 public:
     std::unique_ptr<BerValue> clone() const final;
     const Schema& schema() const final;
+    void write(BerOutput& output, bool legacy) const final;
 };
 
 // Says of which type a list lacks an element.
@@ -144,7 +159,12 @@ public:
     OwnedList& operator=(const OwnedList& other) { return *this = OwnedList(other); }
     ~OwnedList() = default;
 
-    Held<T>& emplace_back() { return elements.emplace_back(); }
+    Held<T>& emplace_back()
+    {
+        if (elements.empty())
+            elements.reserve(8);
+        return elements.emplace_back();
+    }
     void push_back(T message) { elements.emplace_back(std::make_unique<T>(std::move(message))); }
     std::size_t size() const { return elements.size(); }
     bool empty() const { return elements.empty(); }
@@ -154,7 +174,7 @@ public:
     auto end() const { return elements.end(); }
 
 private:
-    std::list<Held<T>> elements;
+    std::vector<Held<T>> elements;
 };
 
 // An integer that can be null.
@@ -181,6 +201,15 @@ public:
 
 struct TextKind {
     using member_t = std::string;
+    static bool read(const Field& field, member_t& value, BerTag tag, bool legacy,
+                     std::string_view content)
+    {
+        if (tag != (legacy ? BE_STRING_LEGACY : BE_STRING_CURRENT) ||
+            content.size() > field.maxLength)
+            return false;
+        value.append(content);
+        return true;
+    }
     static void write(const Field& field, const member_t& value, BerOutput& output, bool legacy);
     static BerChild child(const Field& field, member_t& value, BerTag tag, bool legacy,
                           const char* owner);
@@ -193,6 +222,8 @@ struct TextKind {
 template <class T>
 struct NumberKind {
     using member_t = T;
+    static bool read(const Field& field, T& value, BerTag tag, bool legacy,
+                     std::string_view content);
     static void write(const Field& field, const T& value, BerOutput& output, bool legacy);
     static BerChild child(const Field& field, T& value, BerTag tag, bool legacy, const char* owner);
     static bool equal(const T& a, const T& b) { return a == b; }
@@ -239,6 +270,14 @@ extern template struct NullableKind<std::uint32_t>;
 template <class Wrapper, class T>
 struct WrappedKind {
     using member_t = T;
+    static bool read(const Field& /*field*/, T& value, BerTag tag, bool /*legacy*/,
+                     std::string_view content) requires std::is_same_v<T, bool>
+    {
+        if (tag != BE_BOOLEAN || content.size() > 1)
+            return false;
+        value = !content.empty() && content[0] != '\0';
+        return true;
+    }
     static void write(const Field& /*field*/, const T& value, BerOutput& output, bool legacy)
     {
         Wrapper(const_cast<T*>(&value)).write(output, legacy);  // which only reads it
@@ -288,6 +327,11 @@ struct EnumeratedKind {
                       bool legacy)
     {
         Enumerated(const_cast<std::int32_t*>(&value)).write(output, legacy);
+    }
+    static bool read(const Field& /*field*/, std::int32_t& value, BerTag tag, bool /*legacy*/,
+                     std::string_view content)
+    {
+        return tag == BE_ENUMERATED && readInteger(content, &value);
     }
     static BerChild child(const Field& /*field*/, std::int32_t& value, BerTag tag, bool /*legacy*/,
                           const char* /*owner*/)
@@ -350,6 +394,12 @@ struct VariantKind : UnionKind {
     static const char* description() { return "variant"; }
 };
 
+template <class Kind>
+constexpr bool hasRead = requires(const Field& field, typename Kind::member_t& value)
+{
+    Kind::read(field, value, BerTag(), false, std::string_view());
+};
+
 template <class List>
 struct ListKind {
     using list_t = typename List::list_t;
@@ -386,6 +436,13 @@ inline constexpr FieldKind fieldKind = {
     [](const Field& field, void* value, BerTag tag, bool legacy, const char* owner) {
         return Kind::child(field, *static_cast<typename Kind::member_t*>(value), tag, legacy,
                            owner);
+    },
+    [](const Field& field, void* value, BerTag tag, bool legacy, std::string_view content) {
+        if constexpr (hasRead<Kind>)
+            return Kind::read(field, *static_cast<typename Kind::member_t*>(value), tag, legacy,
+                              content);
+        else
+            return false;
     },
     [](const void* a, const void* b) {
         return Kind::equal(*static_cast<const typename Kind::member_t*>(a),

@@ -32,6 +32,27 @@ const Schema& MessageOf<Self>::schema() const
     return Self::layout;
 }
 
+// The table is a constant here, so each class gets direct calls for its fields.
+template <class Self>
+void MessageOf<Self>::write(BerOutput& output, bool legacy) const
+{
+    constexpr BerTag current = Self::layout.tag(false);
+    constexpr BerTag old = Self::layout.tag(true);
+    beginConstructed(output, legacy ? old : current);
+    if constexpr (Self::layout.fieldCount > 0) {
+        // The table serves readers too. Through it, a message that is const is only read.
+        auto& message = const_cast<MessageOf&>(*this);
+        [&]<std::size_t... I>(std::index_sequence<I...>)
+        {
+            (Self::fields[I].kind->write(Self::fields[I], Self::fields[I].member(message), output,
+                                         legacy),
+             ...);
+        }
+        (std::make_index_sequence<Self::layout.fieldCount>());
+    }
+    endContents(output);
+}
+
 template class MessageOf<ClientNoAuth>;
 template class MessageOf<ClientPrivateKey>;
 template class MessageOf<ClientPassword>;

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::uint64_t regionSize = 70000 / 8 * 8;
+constexpr std::uint64_t regionSize = 70000;
 constexpr std::uint64_t start = 64;
 constexpr std::uint64_t noBlock = io::SiblingArea::noBlock;
 
