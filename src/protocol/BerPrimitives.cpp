@@ -9,7 +9,6 @@
 #include <cmath>
 #include <concepts>
 #include <cstdlib>
-#include <cstring>
 #include <cxxabi.h>
 #include <system_error>
 #include <typeinfo>
@@ -280,8 +279,7 @@ void writeText(BerOutput& output, BerTag tag, const std::string& text, std::size
     }
     char* const content = putTag(begin, tag) + 1;
     content[-1] = static_cast<char>(length);
-    std::memcpy(content, text.data(), length);
-    output.finish(begin, content + length);
+    output.finish(begin, std::copy_n(text.data(), length, content));
 }
 
 void BerString::write(BerOutput& output, bool legacy) const
