@@ -7,29 +7,17 @@
 // Nothing may end the process, no control character may come out, the pieces must not show, and
 // each line of JSON must be one object.
 
-#include "common/shown.h"
 #include "dump/Dump.h"
-
-#include <nlohmann/json.hpp>
+#include "fuzz/Lines.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <string_view>
 
 namespace {
-
-void require(bool holds, const char* what)
-{
-    if (!holds) {
-        std::cerr << what << '\n';
-        std::abort();
-    }
-}
 
 struct Shown {
     std::string out;
@@ -68,13 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (choice >> 3U != 0)
         require(show(bytes, form, choice >> 3U) == whole, "the pieces show");
 
-    std::istringstream out(whole.out);
-    for (std::string line; std::getline(out, line);) {
-        require(line == printable(line), "a control character");
-        require(form != dump::Form::json || nlohmann::json::accept(line), "no JSON");
-    }
-    std::istringstream errors(whole.errors);
-    for (std::string line; std::getline(errors, line);)
-        require(line == printable(line), "a control character in a message");
+    requireLines(whole.out, form == dump::Form::json);
+    requireLines(whole.errors, false);
     return 0;
 }
