@@ -7,29 +7,19 @@
 // Both forms understand the same, and say the same where they don't. Each line of JSON must be one
 // object, that of the bytes behind those of the line before.
 
-#include "common/shown.h"
 #include "dump/BerDump.h"
+#include "fuzz/Lines.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <string_view>
 
 namespace {
-
-void require(bool holds, const char* what)
-{
-    if (!holds) {
-        std::cerr << what << '\n';
-        std::abort();
-    }
-}
 
 struct Shown {
     std::string out;
@@ -48,13 +38,6 @@ Shown show(std::string_view bytes, bool json, bool legacy, std::size_t piece)
         dump.append(bytes.substr(0, piece));
     dump.finish();
     return {out.str(), errors.str(), dump.isUnderstood()};
-}
-
-void requirePrintable(const std::string& text)
-{
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-        require(line == printable(line), "a control character");
 }
 
 // The last line tells of what can't be understood, if anything can't.
@@ -98,9 +81,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(show(bytes, false, legacy, piece) == tree, "the pieces show in the tree");
         require(show(bytes, true, legacy, piece) == json, "the pieces show in JSON");
     }
-    requirePrintable(tree.out);
-    requirePrintable(tree.errors);
-    requirePrintable(json.out);
+    requireLines(tree.out, false);
+    requireLines(tree.errors, false);
+    requireLines(json.out, true);
     requireJson(json, bytes.size());
     return 0;
 }

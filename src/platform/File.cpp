@@ -10,16 +10,6 @@
 
 namespace platform {
 
-namespace {
-
-bool failWith(int errnoValue)
-{
-    setLastError(errorCode(errnoValue, ErrorSource::file));
-    return false;
-}
-
-}  // namespace
-
 OutputFile::~OutputFile()
 {
     if (descriptor >= 0)

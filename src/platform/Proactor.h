@@ -224,6 +224,13 @@ void closeDescriptor(int fd);
 sockaddr_in toSockaddr(const Endpoint& endpoint);
 Endpoint fromSockaddr(const sockaddr_in& address);
 
+// Sets the last error to the code for the errno of a call on a file. False, for the caller to give.
+inline bool failWith(int errnoValue)
+{
+    setLastError(errorCode(errnoValue, ErrorSource::file));
+    return false;
+}
+
 // Handles are tokens.
 inline Token tokenOf(Handle handle)
 {

@@ -57,12 +57,6 @@ int openProcess(pid_t pid)
     return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
 }
 
-bool failWith(int errnoValue)
-{
-    setLastError(errorCode(errnoValue, ErrorSource::file));
-    return false;
-}
-
 // What the child is told before it becomes the program.
 class SpawnPlan {
 public:

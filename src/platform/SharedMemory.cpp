@@ -12,16 +12,6 @@
 
 namespace platform {
 
-namespace {
-
-bool failWith(int errnoValue)
-{
-    setLastError(errorCode(errnoValue, ErrorSource::file));
-    return false;
-}
-
-}  // namespace
-
 SharedMemory::~SharedMemory()
 {
     if (address)
