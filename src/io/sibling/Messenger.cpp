@@ -227,6 +227,7 @@ void SiblingMessenger::fifoReadyForWriting(SiblingImplementation* peer)
 bool SiblingMessenger::writeRecords(SiblingImplementation* peer)
 {
     OutputSignalWriter& fifo = peer->fifo_writer;
+    std::uint64_t total = 0;
     do {
         char* space = nullptr;
         const std::uint64_t room = fifo.writeBegin(&space);
@@ -246,7 +247,9 @@ bool SiblingMessenger::writeRecords(SiblingImplementation* peer)
             ordered.pop_front();
         }
         fifo.writeCommit(placed);
-        traceLine(" Committed ", placed, " bytes to sibling ", peer->id);
+        total += placed;
+        traceLine(" Committed ", placed, " bytes to sibling ", peer->id, " for a total of ", total,
+                  " bytes");
         if (!ordered.empty() && ordered.front().first != peer->id)
             setFifoWatch(findSibling(ordered.front().first), true);
         if (!fifo.flush() || fifo.hasUnsent())
@@ -281,10 +284,13 @@ void SiblingMessenger::underlyingIsReady(Selectable* u)
         readRecords();
         return;
     }
-    if (auto* const writer = dynamic_cast<OutputSignalWriter*>(u))
+    if (auto* const writer = dynamic_cast<OutputSignalWriter*>(u)) {
+        traceLine(" Parent write end of FIFO for sibling ", writer->owner->id,
+                  " is ready... Sibling ", my_id, " will write.");
         fifoReadyForWriting(writer->owner);
-    else
+    } else {
         otherIsReady(u);
+    }
 }
 
 void SiblingMessenger::drainIncoming()
