@@ -173,6 +173,11 @@ public:
     // A value that will read the child at the position `index`, counted from 0. It may refer to
     // this value, and must not outlive it. Throws EBer if the child can't have the tag.
     virtual BerChild child(std::size_t index, BerTag tag, bool legacy) = 0;
+    // How many children a value has at the least. Those behind them can be absent: an older peer
+    // doesn't know them.
+    virtual std::size_t requiredChildren() const = 0;
+    // True for lists and sets, which have any number of children of one kind.
+    virtual bool isRepeated() const { return false; }
     // Reads a primitive child whose content is there as a whole, as child() and what that gives
     // would do. False if it wasn't read, for whatever reason: child() says what is wrong.
     virtual bool readChild(std::size_t /*index*/, BerTag /*tag*/, bool /*legacy*/,
@@ -180,11 +185,6 @@ public:
     {
         return false;
     }
-    // How many children a value has at the least. Those behind them can be absent: an older peer
-    // doesn't know them.
-    virtual std::size_t requiredChildren() const = 0;
-    // True for lists and sets, which have any number of children of one kind.
-    virtual bool isRepeated() const { return false; }
 
 protected:
     BerConstructed() : BerValue(true) {}
