@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <map>
 #include <random>
 #include <vector>
@@ -18,9 +17,10 @@ constexpr std::uint64_t noBlock = io::SiblingArea::noBlock;
 
 class Area : public io::SiblingArea {
 public:
-    explicit Area(std::uint64_t length) : memory(regionSize / 8, ~std::uint64_t{0})
+    explicit Area(std::uint64_t length, std::uint64_t at = start)
+        : memory(regionSize / 8, ~std::uint64_t{0})
     {
-        initArea(reinterpret_cast<char*>(memory.data()), regionSize, start, length);
+        initArea(reinterpret_cast<char*>(memory.data()), regionSize, at, length);
     }
     std::uint64_t write(std::uint64_t length)
     {
@@ -32,7 +32,12 @@ public:
     std::vector<std::uint64_t> memory;
 
 private:
-    void setWriteReady(bool ready) override { isReady = ready; }
+    // Called only when it changes.
+    void setWriteReady(bool ready) override
+    {
+        EXPECT_NE(ready, isReady);
+        isReady = ready;
+    }
 };
 
 // A walk over all blocks: they tile the area, and hold what the model says.
@@ -86,6 +91,7 @@ TEST(Area, DoesAsItsModelDoes)
             Area area(length);
             std::map<std::uint64_t, std::uint64_t> messages;
             bool writing = false;
+            std::uint64_t place = noBlock;  // of the message that is being written
             const auto freeOne = [&] {
                 auto message = messages.begin();
                 std::advance(message, static_cast<std::ptrdiff_t>(below(messages.size())));
@@ -101,7 +107,7 @@ TEST(Area, DoesAsItsModelDoes)
                     const std::uint64_t less = below(2) != 0 ? below(34) : below(room);
                     const std::uint64_t count = room - std::min(less, room - 1);
                     area.write_offset = count;
-                    const std::uint64_t b = area.block_off;
+                    const std::uint64_t b = place;
                     std::memset(area.payload(b), static_cast<int>(b / 8), count);
                     writing = false;
                     ASSERT_EQ(area.finishBlock(), b);
@@ -111,7 +117,8 @@ TEST(Area, DoesAsItsModelDoes)
                     area.abandonBlock();
                 } else if (!writing && choice < 6 && area.block_off != noBlock) {
                     writing = true;
-                    ASSERT_EQ(area.beginBlock(), area.payload(area.block_off));
+                    place = area.block_off;
+                    ASSERT_EQ(area.beginBlock(), area.payload(place));
                 } else if (!messages.empty()) {
                     freeOne();
                 }
@@ -132,25 +139,29 @@ TEST(Area, DoesAsItsModelDoes)
 TEST(Area, LaysBlocksOutAsPeersExpect)
 {
     const struct {
+        std::uint64_t at;
         std::uint64_t length;
         std::uint64_t message;
         std::uint64_t next;  // the block behind it, from its start
         bool isPadded;
         std::uint64_t room;  // of the block at block_off
     } rows[] = {
-        {4096, 100, 120, false, 3960}, {144, 120, 144, true, 0},  {144, 121, 144, false, 0},
-        {144, 128, 144, false, 0},     {144, 112, 128, false, 0}, {144, 104, 120, false, 8},
+        {4096, 4096, 100, 120, false, 3960}, {64, 144, 120, 144, true, 0},
+        {64, 144, 121, 144, false, 0},       {64, 144, 128, 144, false, 0},
+        {64, 144, 112, 128, false, 0},       {64, 144, 104, 120, false, 8},
     };
     for (const auto& row : rows) {
-        Area area(row.length);
-        EXPECT_EQ(area.write(row.message), start);
-        EXPECT_EQ(area.nextOffset(start) - start, row.next) << row.message;
-        EXPECT_EQ(area.header(start).prev_offset, start | (row.isPadded ? 3U : 1U));
-        EXPECT_EQ(area.header(start).size, row.message);
-        EXPECT_EQ(area.block_off, row.room == 0 ? noBlock : start + row.next);
+        Area area(row.length, row.at);
+        EXPECT_EQ(area.write(row.message), row.at);
+        EXPECT_EQ(area.nextOffset(row.at) - row.at, row.next) << row.message;
+        EXPECT_EQ(area.header(row.at).prev_offset, row.at | (row.isPadded ? 3U : 1U));
+        EXPECT_EQ(area.header(row.at).size, row.message);
+        EXPECT_EQ(area.messageSize(row.at), row.message);
+        EXPECT_EQ(area.block_off, row.room == 0 ? noBlock : row.at + row.next);
         EXPECT_EQ(area.isReady, row.room != 0);
         if (row.room != 0) {
             EXPECT_EQ(area.header(area.block_off).size, row.room);
+            EXPECT_EQ(area.header(area.block_off).prev_offset, row.at);
         }
     }
     Area area(144);
@@ -159,110 +170,148 @@ TEST(Area, LaysBlocksOutAsPeersExpect)
     EXPECT_EQ(area.header(start).prev_offset, (start + 8) | 3U);
 }
 
+// Five blocks of 24 bytes: room in front of block_off is taken only when the end has been reached.
+TEST(Area, SearchesOnFromTheLastMessageAndWraps)
+{
+    Area area(120);
+    for (int count = 0; count != 3; ++count)
+        area.write(8);
+    area.freeBlock(64, false);
+    const std::uint64_t places[] = {136, 160, 64};
+    for (const std::uint64_t place : places) {
+        EXPECT_EQ(area.block_off, place);
+        EXPECT_EQ(area.write(8), place);
+    }
+    EXPECT_EQ(area.block_off, noBlock);
+    area.freeBlock(112, false);
+    EXPECT_EQ(area.block_off, 112U);
+}
+
+// Used blocks of 24 bytes at 64 and 88, a free one from 112 to the end at 1088; the region ends
+// at 70000. One header is overwritten, then comes the operation.
 TEST(Area, FindsBrokenHeadersAndArguments)
 {
+    enum Operation { begin, finish, find, release, setPrev, used, unused, offset, message, init };
+    constexpr std::uint64_t most = ~std::uint64_t{0};
+    const char* const noMessage = "is no message of ours";
     const struct {
         const char* text;
-        std::function<void(Area&)> operation;
+        Operation operation;
+        std::uint64_t at;  // of the header that is overwritten
+        io::SiblingArea::Header header;
+        std::uint64_t block_off;
+        std::uint64_t argument;
     } rows[] = {
-        {"prev_offset misaligned",
-         [](Area& a) {
-             a.setPrevOffset(start, 2);
-         }},
-        {"Misaligned prev_offset: 41",
-         [](Area& a) {
-             a.initUsed(start, 65, start + 24, 8);
-         }},
-        {"Misaligned prev_offset: 42",
-         [](Area& a) {
-             a.initFree(start, 66, start + 24);
-         }},
-        {"Creating empty block",
-         [](Area& a) {
-             a.initUsed(start, start, start + 24, 0);
-         }},
-        {"Invalid next_offset: 104, align: 88, my: 64, len: 8",
-         [](Area& a) {
-             a.initUsed(start, start, start + 40, 8);
-         }},
-        {"initFree next_offset is 96 but should be 89",
-         [](Area& a) {
-             a.initFree(start, start, start + 25);
-         }},
-        {"Offset out of range: 70000 !< 70000",
-         [](Area& a) {
-             a.checkOffset(regionSize);
-         }},
-        {"ready but no free blocks",
-         [](Area& a) {
-             a.write(1008);
-             a.beginBlock();
-         }},
-        {"Invalid block_off: 1080 mastart: 64 masize: 1024 bsize: 16",
-         [](Area& a) {
-             a.block_off = 1080;
-             a.beginBlock();
-         }},
-        {"writeBegin..: next_offset out of bounds 448",
-         [](Area& a) {
-             a.header(start).size = 1016;
-             a.beginBlock();
-         }},
-        {"writeBegin..: next_offset out of bounds",
-         [](Area& a) {
-             a.header(start).size = ~std::uint64_t{0} - 8;
-             a.beginBlock();
-         }},
-        {"No space available in SiblingOStream::writeBegin..",
-         [](Area& a) {
-             a.header(start).size = 0;
-             a.beginBlock();
-         }},
-        {"writeCommit..: next_offset out of bounds",
-         [](Area& a) {
-             a.beginBlock();
-             a.header(start).size = 1016;
-             a.finishBlock();
-         }},
-        {"Overcommit in SiblingOStream",
-         [](Area& a) {
-             a.beginBlock();
-             a.write_offset = 1009;
-             a.finishBlock();
-         }},
-        {"search_off at 1084 with end of area at 1088",
-         [](Area& a) {
-             a.block_off = 1084;
-             a.findFreeBlock();
-         }},
-        {"next_off .1096 is beyond our area",
-         [](Area& a) {
-             a.header(start).size = 1016;
-             a.findFreeBlock();
-         }},
-        {"is no message of ours",
-         [](Area& a) {
-             a.freeBlock(start, false);
-         }},
-        {"is no message of ours",
-         [](Area& a) {
-             a.freeBlock(0, false);
-         }},
-        {"misaligned: 68",
-         [](Area& a) {
-             a.freeBlock(start + 4, false);
-         }},
-        {"where no block before it begins",
-         [](Area& a) {
-             a.write(8);
-             const std::uint64_t second = a.write(8);
-             a.header(second).prev_offset = (start + 8) | 1U;
-             a.freeBlock(second, false);
-         }},
+        {"prev_offset misaligned", setPrev, 112, {88, 960}, 112, 90},
+        {"Misaligned prev_offset: 41", used, 112, {65, 8}, 112, 136},
+        {"Misaligned prev_offset: 42", unused, 112, {66, 8}, 112, 136},
+        {"Creating empty block", used, 112, {88, 0}, 112, 128},
+        {"Invalid next_offset: 152, align: 136, my: 112, len: 8", used, 112, {88, 8}, 112, 152},
+        {"Invalid next_offset: 128, align: 136, my: 112, len: 8", used, 112, {88, 8}, 112, 128},
+        {"initFree next_offset is 144 but should be 137", unused, 112, {88, 0}, 112, 137},
+        {"Offset out of range: 70000 !< 70000", offset, 112, {88, 960}, 112, 70000},
+        {"Offset out of range: 70007 !< 70000", message, 112, {88, 960}, 112, 69992},
+        {"range: 18446744073709551608 !< 70000", release, 112, {88, 960}, 112, most - 7},
+        {"Block offset misaligned: 68", release, 112, {88, 960}, 112, 68},
+        {"Block offset misaligned: 68", message, 112, {88, 960}, 112, 68},
+        {"Block at 112 holds no message", message, 112, {88, 960}, 112, 112},
+        {"Block at 88 holds no message", message, 88, {65, 0}, 112, 88},
+        {"range: 88 . 16 . 69897 !< 70000", message, 88, {65, 69897}, 112, 88},
+        {"range: 88 . 16 . 18446744073709551615 !<", message, 88, {65, most}, 112, 88},
+        {"writeBegin.., ready but no free blocks", begin, 112, {88, 960}, noBlock, 0},
+        {"Invalid block_off: 56 mastart: 64 masize: 1024 bsize: 16", begin, 112, {88, 960}, 56, 0},
+        {"Invalid block_off: 1080 mastart: 64", begin, 112, {88, 960}, 1080, 0},
+        {"writeBegin..: next_offset out of bounds 448", begin, 112, {88, 968}, 112, 0},
+        {"writeBegin..: next_offset out of bounds 78", begin, 112, {88, most - 7}, 112, 0},
+        {"writeBegin..: next_offset out of bounds 80", begin, 112, {88, most}, 112, 0},
+        {"No space available in SiblingOStream::writeBegin..", begin, 112, {88, 0}, 112, 0},
+        {"writeCommit..: next_offset out of bounds 448", finish, 112, {88, 968}, 112, 8},
+        {"writeCommit..: next_offset out of bounds 78", finish, 112, {88, most - 7}, 112, 8},
+        {"Overcommit in SiblingOStream", finish, 112, {88, 960}, 112, 961},
+        {"Overcommit in SiblingOStream", finish, 112, {88, 960}, 112, most},
+        {"Creating empty block", finish, 112, {88, 960}, 112, 0},
+        {".nosplit. Next Offset of block is at 1080 and the end of our area is at 1088",
+         finish,
+         112,
+         {88, 952},
+         112,
+         952},
+        {".split. Next Offset of new block is at 1080 and the end of our area is at 1088",
+         finish,
+         112,
+         {88, 952},
+         112,
+         8},
+        {"new_offset 24 out of bounds; mastart: 64 masize: 1024", finish, 0, {0, 200}, 0, 8},
+        {"search_off at 1080 with end of area at 1088", find, 112, {88, 960}, 1080, 0},
+        {"search_off at 1080 with end of area at 1088", find, 112, {89, 952}, 112, 0},
+        {"next_off .1096 is beyond our area", find, 112, {88, 968}, 112, 0},
+        {"next_off .120 is beyond our area", find, 112, {88, most - 7}, 112, 0},
+        {"passed its start at 112", find, 64, {65, 1008}, 112, 1},
+        {"Block at 112 is no message of ours", release, 112, {88, 960}, 112, 112},
+        {noMessage, release, 0, {1, 8}, 112, 0},
+        {noMessage, release, 1088, {65, 8}, 112, 1088},
+        {"next_off .1096 is beyond our area", release, 88, {65, 992}, 112, 88},
+        {"next_off .1080 is beyond our area", release, 88, {65, 976}, 112, 88},
+        {"next_off .96 is beyond our area", release, 88, {65, most - 7}, 112, 88},
+        {"next_off .1096 is beyond our area", release, 112, {88, 968}, 112, 88},
+        {"next_off .1080 is beyond our area", release, 112, {88, 952}, 112, 88},
+        {"next_off .112 is beyond our area", release, 112, {88, most - 15}, 112, 88},
+        {"prev_offset of block at 88 is 72, where no block before", release, 88, {73, 8}, 112, 88},
+        {"prev_offset of block at 88 is 68, where no block before", release, 88, {69, 8}, 112, 88},
+        {"prev_offset of block at 88 is 40, where no block before", release, 88, {41, 8}, 112, 88},
+        {"prev_offset of block at 88 is 88, where no block before", release, 88, {89, 8}, 112, 88},
+        {"Region of 4294967297 bytes, most are 4294967296", init, 64, {4294967297, 64}, 112, 24},
+        {"Area at 64 of 16 bytes in a region of 70000", init, 64, {70000, 64}, 112, 16},
+        {"Area at 64 of 28 bytes in a region of 70000", init, 64, {70000, 64}, 112, 28},
+        {"Area at 68 of 24 bytes in a region of 70000", init, 64, {70000, 68}, 112, 24},
+        {"Area at 64 of 69944 bytes in a region of 70000", init, 64, {70000, 64}, 112, 69944},
+        {"Area at 64 of 18446744073709551608 bytes in", init, 64, {70000, 64}, 112, most - 7},
+        {"Area at 64 of 24 bytes in a region of 56", init, 64, {56, 64}, 112, 24},
     };
     for (const auto& row : rows) {
-        Area area(1024);
-        EXPECT_DEATH(row.operation(area), row.text);
+        Area a(1024);
+        a.write(8);
+        a.write(8);
+        const auto operate = [&] {
+            a.header(row.at) = row.header;
+            a.block_off = row.block_off;
+            a.write_offset = row.argument;
+            switch (row.operation) {
+            case begin:
+                a.beginBlock();
+                break;
+            case finish:
+                a.finishBlock();
+                break;
+            case find:
+                a.header(112).prev_offset |= row.argument;
+                a.findFreeBlock();
+                break;
+            case release:
+                a.freeBlock(row.argument, false);
+                break;
+            case setPrev:
+                a.setPrevOffset(row.at, row.argument);
+                break;
+            case used:
+                a.initUsed(row.at, row.header.prev_offset, row.argument, row.header.size);
+                break;
+            case unused:
+                a.initFree(row.at, row.header.prev_offset, row.argument);
+                break;
+            case offset:
+                a.checkOffset(row.argument);
+                break;
+            case message:
+                a.messageSize(row.argument);
+                break;
+            case init:
+                a.initArea(a.region_base, row.header.prev_offset, row.header.size, row.argument);
+                break;
+            }
+        };
+        EXPECT_DEATH(operate(), row.text) << row.text;
     }
 }
 

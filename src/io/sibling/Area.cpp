@@ -146,6 +146,13 @@ void SiblingArea::initFree(std::uint64_t b, std::uint64_t prev, std::uint64_t ne
 
 // ---- The own area ------------------------------------------------------------------------------
 
+// A size that is beyond all bounds can bring the sum round to a place within them.
+bool SiblingArea::endsInArea(std::uint64_t b) const
+{
+    const std::uint64_t next = nextOffset(b);
+    return header(b).size <= areaEnd() - b && next > mastart && next <= areaEnd();
+}
+
 bool SiblingArea::leavesHeader(std::uint64_t next) const
 {
     return next == areaEnd() || next + headerSize <= areaEnd();
@@ -160,8 +167,7 @@ char* SiblingArea::beginBlock()
                   " mastart: " + text(mastart) + " masize: " + text(masize) +
                   " bsize: " + text(headerSize));
     const std::uint64_t next = nextOffset(block_off);
-    // A size that is beyond all bounds can bring the sum round to below the block.
-    if (!endsInArea(next) || next < block_off + headerSize)
+    if (!endsInArea(block_off))
         assertion("writeBegin(): next_offset out of bounds " + hex(next));
     write_size = next - block_off - headerSize;
     write_offset = 0;
@@ -175,7 +181,7 @@ std::uint64_t SiblingArea::finishBlock()
     const std::uint64_t b = block_off;
     const std::uint64_t w = write_offset;
     const std::uint64_t next = nextOffset(b);
-    if (!endsInArea(next) || next < b + headerSize)
+    if (!endsInArea(b))
         assertion("writeCommit(): next_offset out of bounds " + hex(next));
     if (w > next - b - headerSize)
         assertion("Overcommit in SiblingOStream");
@@ -212,25 +218,25 @@ void SiblingArea::findFreeBlock()
 {
     const std::uint64_t end = areaEnd();
     // A search that starts at the end of the area comes back to the block there, the first one.
-    std::uint64_t start = block_off;
-    std::uint64_t cur = block_off;
+    const std::uint64_t start = block_off == end ? mastart : block_off;
+    std::uint64_t cur = start;
+    bool isWrapped = false;
     do {
-        if (cur > end - headerSize) {
-            if (cur != end)
-                assertion("search_off at " + text(cur) + " with end of area at " + text(end));
-            cur = mastart;
-            if (start == end)
-                start = mastart;
-        }
+        if (cur > end - headerSize)
+            assertion("search_off at " + text(cur) + " with end of area at " + text(end));
         checkOffset(cur);
         const std::uint64_t next = nextOffset(cur);
-        if (next > end || next < cur + headerSize)
+        if (!endsInArea(cur))
             assertion("next_off (" + text(next) + " is beyond our area");
         if (!isUsed(cur) && next != cur + headerSize) {
             block_off = cur;
             return;
         }
-        cur = next == end && start == mastart ? mastart : next;
+        // Without this, a size that leads past the start would keep the search going for ever.
+        if (isWrapped && next > start)
+            assertion("Search for a free block has passed its start at " + text(start));
+        isWrapped = isWrapped || next == end;
+        cur = next == end ? mastart : next;
     } while (cur != start);
     block_off = noBlock;
     setWriteReady(false);
@@ -263,16 +269,17 @@ std::uint64_t SiblingArea::mergeWithNeighbours(std::uint64_t b, bool writing)
     const std::uint64_t end = areaEnd();
     std::uint64_t first = b;
     std::uint64_t next = nextOffset(b);
-    if (next > end || next < b + headerSize)
+    if (!endsInArea(b) || !leavesHeader(next))
         assertion("next_off (" + text(next) + " is beyond our area");
     // The place of a message that is being written can't move. Behind it, there is just more room
     // than it was told of.
     if (next < end && !isUsed(next) && !(writing && next == block_off)) {
         if (block_off == next)
             block_off = b;
-        next = nextOffset(next);
-        if (next > end || next < b + headerSize)
-            assertion("next_off (" + text(next) + " is beyond our area");
+        const std::uint64_t follower = nextOffset(next);
+        if (!endsInArea(next) || !leavesHeader(follower))
+            assertion("next_off (" + text(follower) + " is beyond our area");
+        next = follower;
     }
     if (b != mastart) {
         const std::uint64_t prev = prevOffset(b);

@@ -90,7 +90,7 @@ protected:
 
 private:
     std::uint64_t areaEnd() const { return mastart + masize; }
-    bool endsInArea(std::uint64_t next) const { return next > mastart && next <= areaEnd(); }
+    bool endsInArea(std::uint64_t b) const;
     bool leavesHeader(std::uint64_t next) const;
     std::uint64_t mergeWithNeighbours(std::uint64_t b, bool writing);
 };
