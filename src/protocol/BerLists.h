@@ -84,11 +84,13 @@ public:
     bool readChild(std::size_t /*index*/, BerTag tag, bool legacy, std::string_view content) final
     {
         if constexpr (hasRead<Kind>) {
-            typename Kind::member_t element{};
-            if (!Kind::read(Self::element, element, tag, legacy, content))
-                return false;
-            elements->push_back(std::move(element));
-            return true;
+            if (elements->empty())
+                elements->reserve(4);
+            const bool isRead =
+                Kind::read(Self::element, elements->emplace_back(), tag, legacy, content);
+            if (!isRead)
+                elements->pop_back();  // child() appends it anew
+            return isRead;
         }
         return false;
     }

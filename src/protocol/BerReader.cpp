@@ -85,7 +85,7 @@ void BerReader::beginMessage()
 
 // Of what is inside of a message, as much as has the usual forms and is there as a whole: an end of
 // contents, a tag with an indefinite length, or a primitive child, each with one byte of tag and
-// one of length. The rest is left to takeByte(), and so is what it will refuse.
+// one of length. The rest is left to takeByte(), and so are heads that it will refuse.
 void BerReader::takeShort(std::string_view* bytes)
 {
     while (!open.empty()) {
@@ -118,16 +118,32 @@ void BerReader::takeShort(std::string_view* bytes)
             const std::size_t whole = std::size_t{2} + second;
             if (second >= indefinite || there < whole || open.size() >= limits.depth)
                 return;
+            const std::string_view content(bytes->data() + 2, second);
             auto& constructed = static_cast<BerConstructed&>(*parent.value);
-            if (!constructed.readChild(parent.children, childTag, legacy,
-                                       {bytes->data() + 2, second}))
-                return;
-            ++parent.children;
-            taken += whole;
+            if (constructed.readChild(parent.children, childTag, legacy, content)) {
+                ++parent.children;
+                taken += whole;
+            } else {
+                takeWrapped(childTag, content);
+            }
             partStart = taken;
             bytes->remove_prefix(whole);
         }
     }
+}
+
+// Of a primitive child with one byte of tag and one of length, by the value that reads it in pieces.
+void BerReader::takeWrapped(BerTag childTag, std::string_view content)
+{
+    const BerChild child = childWith(childTag);
+    auto& primitive = static_cast<BerPrimitive&>(*child);
+    partStart = ++taken;
+    primitive.prepare(content.size());
+    partStart = ++taken;
+    if (!content.empty())
+        primitive.append(content.data(), content.size());
+    taken += content.size();
+    primitive.readDone();
 }
 
 // What will read the next child of the innermost value.

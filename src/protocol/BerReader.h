@@ -14,8 +14,9 @@
 // Bytes go to the value that they belong to as they come; nothing but the tag or length that is
 // being read is kept. A length takes no memory before the value's own maximum has been checked, so
 // a peer can't make the reader take more than what it sends, and what its messages may hold. That
-// can be 32 times its bytes: an empty text in a list has 2 bytes on the wire, and 64 in memory. So
-// whoever reads from strangers sets a size of messages that it can afford, 32 times.
+// can be 48 times its bytes: an empty text in a list has 2 bytes on the wire, and 32 in memory, three
+// times over while the list grows. So whoever reads from strangers sets a size of messages that it
+// can afford, 48 times.
 //
 // Constructed values may have a definite length too, though writers of this protocol use none. How
 // deep values are within each other costs no stack of the process.
@@ -81,6 +82,7 @@ private:
 
     void beginMessage();
     void takeShort(std::string_view* bytes);
+    void takeWrapped(BerTag childTag, std::string_view content);
     BerChild childWith(BerTag childTag);
     void takeByte(unsigned char byte);
     void takeContent(std::string_view* bytes);

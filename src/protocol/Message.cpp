@@ -92,24 +92,6 @@ bool Message::operator>(const BerValue& other) const
     return sameClass(*this, other) && allLess(static_cast<const Message&>(other), *this);
 }
 
-BerChild Message::child(std::size_t index, BerTag tag, bool legacy)
-{
-    const Schema& table = schema();
-    if (index >= table.fieldCount)
-        return makeSkipper(tag);
-    const Field& field = table.fields[index];
-    return field.kind->child(field, field.member(*this), tag, legacy, table.name);
-}
-
-bool Message::readChild(std::size_t index, BerTag tag, bool legacy, std::string_view content)
-{
-    const Schema& table = schema();
-    if (index >= table.fieldCount)
-        return false;
-    const Field& field = table.fields[index];
-    return field.kind->read(field, field.member(*this), tag, legacy, content);
-}
-
 void refuseNullCopy(const std::type_info& element)
 {
     int status = 0;

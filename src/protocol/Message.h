@@ -120,9 +120,6 @@ public:
     // lexicographically; what is owned, if both are there.
     bool operator<(const BerValue& other) const final;
     bool operator>(const BerValue& other) const final;
-    BerChild child(std::size_t index, BerTag tag, bool legacy) final;
-    bool readChild(std::size_t index, BerTag tag, bool legacy, std::string_view content) final;
-    std::size_t requiredChildren() const final { return schema().required; }
 
     virtual const Schema& schema() const = 0;
 };
@@ -135,6 +132,9 @@ public:
     std::unique_ptr<BerValue> clone() const final;
     const Schema& schema() const final;
     void write(BerOutput& output, bool legacy) const final;
+    BerChild child(std::size_t index, BerTag tag, bool legacy) final;
+    bool readChild(std::size_t index, BerTag tag, bool legacy, std::string_view content) final;
+    std::size_t requiredChildren() const final;
 };
 
 // Says of which type a list lacks an element.

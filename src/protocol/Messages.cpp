@@ -53,6 +53,41 @@ void MessageOf<Self>::write(BerOutput& output, bool legacy) const
     endContents(output);
 }
 
+template <class Self>
+BerChild MessageOf<Self>::child(std::size_t index, BerTag tag, bool legacy)
+{
+    if constexpr (Self::layout.fieldCount > 0) {
+        if (index < Self::layout.fieldCount) {
+            const Field& field = Self::fields[index];
+            return field.kind->child(field, field.member(*this), tag, legacy, Self::layout.name);
+        }
+    }
+    return makeSkipper(tag);
+}
+
+template <class Self>
+bool MessageOf<Self>::readChild(std::size_t index, BerTag tag, bool legacy,
+                                std::string_view content)
+{
+    if constexpr (Self::layout.fieldCount > 0) {
+        return [&]<std::size_t... I>(std::index_sequence<I...>)
+        {
+            return ((index == I &&
+                     Self::fields[I].kind->read(Self::fields[I], Self::fields[I].member(*this), tag,
+                                                legacy, content)) ||
+                    ...);
+        }
+        (std::make_index_sequence<Self::layout.fieldCount>());
+    }
+    return false;
+}
+
+template <class Self>
+std::size_t MessageOf<Self>::requiredChildren() const
+{
+    return Self::layout.required;
+}
+
 template class MessageOf<ClientNoAuth>;
 template class MessageOf<ClientPrivateKey>;
 template class MessageOf<ClientPassword>;

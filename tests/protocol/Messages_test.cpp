@@ -181,6 +181,38 @@ TEST(Messages, AllComeBackFromTheirBytes)
     }
 }
 
+TEST(Messages, BreakAlikeWholeAndInBytes)
+{
+    std::mt19937 source(1);
+    for (const auto& [name, example] : catalogue().examples) {
+        for (std::uint32_t seed = 1; seed <= 60; ++seed) {
+            const bool legacy = seed % 2 == 0;
+            const Owned value = example->clone();
+            RandomMessage(seed).fill(dynamic_cast<Message&>(*value));
+            std::string bytes = written(*value, legacy);
+            for (unsigned changes = seed % 3; changes > 0; --changes)
+                bytes[2 + source() % std::min<std::size_t>(bytes.size() - 2, 60)] =
+                    static_cast<char>(source() % 256);
+            const OneClass protocol(name);
+            Owned messages[2];
+            const auto readBy = [&](std::size_t piece, Owned& message) {
+                BerReader reader(protocol, legacy);
+                std::string end = outcome<EBer>([&] {
+                    for (std::size_t at = 0; !message && at < bytes.size(); at += piece) {
+                        std::string_view part = std::string_view(bytes).substr(at, piece);
+                        message = reader.read(&part);
+                    }
+                    return "";
+                });
+                return end + " @" + std::to_string(reader.offset());
+            };
+            const std::string whole = readBy(bytes.size(), messages[0]);
+            EXPECT_EQ(readBy(1, messages[1]), whole) << name << ", seed " << seed;
+            EXPECT_TRUE(equalOwned(messages[0].get(), messages[1].get())) << name << whole;
+        }
+    }
+}
+
 TEST(Messages, AreReadAsFarAsTheyAreKnown)
 {
     const struct {
