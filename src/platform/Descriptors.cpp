@@ -156,6 +156,15 @@ bool writeFileEx(Handle handle, const void* buffer, std::uint32_t count, Overlap
     return startTransfer(handle, Direction::write, request);
 }
 
+void retryFile(Handle handle)
+{
+    Proactor& proactor = Proactor::instance();
+    for (const Direction direction : {Direction::read, Direction::write}) {
+        if (Descriptor* descriptor = proactor.find(tokenOf(handle)))
+            proactor.retry(tokenOf(handle), *descriptor, direction);
+    }
+}
+
 std::uint64_t raiseDescriptorLimit()
 {
     rlimit limit{};

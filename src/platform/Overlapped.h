@@ -82,6 +82,10 @@ bool readFileEx(Handle handle, void* buffer, std::uint32_t count, Overlapped* ov
 bool writeFileEx(Handle handle, const void* buffer, std::uint32_t count, Overlapped* overlapped,
                  CompletionRoutine routine);
 
+// Tries what is under way on the handle once more, whether or not the system has told that it is
+// worth it. What is over then has its routine run in the next wait.
+void retryFile(Handle handle);
+
 // Closes the handle; false for one that is not open. A waitable object is freed; one whose
 // connect is under way is abandoned first (see createConnect).
 bool closeHandle(Handle handle);

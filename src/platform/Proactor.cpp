@@ -95,9 +95,11 @@ std::uint32_t Proactor::registerEdges(Token token, Descriptor& descriptor)
 {
     if (descriptor.registered)
         return ERROR_SUCCESS;
-    // Only a stream wants to hear of room at all times. A datagram socket would report it after
-    // every datagram that has left; see arm().
-    const std::uint32_t wanted = descriptor.medium == Medium::stream ? bothEdges : inputEdges;
+    // Only streams and channels want to hear of room at all times. A datagram socket would report
+    // it after every datagram that has left; see arm().
+    const bool wantsRoom =
+        descriptor.medium == Medium::stream || descriptor.medium == Medium::channel;
+    const std::uint32_t wanted = wantsRoom ? bothEdges : inputEdges;
     if (const int failure = control(EPOLL_CTL_ADD, token, descriptor, wanted))
         return errorCode(failure, ErrorSource::socket);
     descriptor.registered = true;
@@ -252,6 +254,7 @@ void Proactor::handleEvent(Token token, std::uint32_t reported)
         return;
     case Medium::listener:
     case Medium::notifier:
+    case Medium::channel:
         if (Waitable* waitable = waitables.find(descriptor->waitable))
             setSignalled(*waitable, true);
         return;

@@ -42,6 +42,7 @@ enum class Medium : std::uint8_t {
     datagram,    // a UDP socket made here
     listener,    // a listening socket: has a waitable object
     notifier,    // becomes readable once, and then signals a waitable object
+    channel,     // see Channel.h: signals a waitable object whenever there may be something to do
 };
 
 struct Operation {
@@ -76,7 +77,7 @@ struct Descriptor {
     Operation read;
     Operation write;
 
-    // The object of a connect under way, of a listener, or of a notifier; 0: none.
+    // The object of a connect under way, of a listener, a notifier or a channel; 0: none.
     Token waitable = 0;
 
     Operation& operation(Direction direction)
@@ -152,12 +153,12 @@ public:
 
     Token insert(int fd, Medium medium);
     Descriptor* find(Token token) { return descriptors.find(token); }
-    // Makes epoll report the edges of a socket, a listener or a notifier. Gives 0 or a code.
+    // Makes epoll report the edges of all but pipes and files. Gives 0 or a code.
     std::uint32_t registerEdges(Token token, Descriptor& descriptor);
     bool close(Token token);
-    // Takes over a descriptor that becomes readable once, and gives the waitable object that it
-    // signals then; closing the object closes it. 0 with *code set if that fails.
-    Token insertNotifier(int fd, std::uint32_t* code);
+    // Takes over a notifier or channel, and gives the waitable object that it signals; closing the
+    // object closes it. 0 with *code set if that fails.
+    Token insertNotifier(int fd, std::uint32_t* code, Medium medium = Medium::notifier);
 
     // ---- Waitable objects
 

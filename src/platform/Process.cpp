@@ -11,45 +11,11 @@
 
 #include <array>
 #include <cerrno>
-#include <utility>
+#include <initializer_list>
 
 namespace platform {
 
 namespace {
-
-// An open descriptor that is closed at the end unless somebody takes it.
-class OwnedDescriptor {
-public:
-    OwnedDescriptor() = default;
-    OwnedDescriptor(const OwnedDescriptor&) = delete;
-    OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
-    ~OwnedDescriptor()
-    {
-        if (fd >= 0)
-            close(fd);
-    }
-    int get() const { return fd; }
-    void set(int descriptor) { fd = descriptor; }
-    int take() { return std::exchange(fd, -1); }
-
-private:
-    int fd = -1;
-};
-
-struct Pipe {
-    OwnedDescriptor reading;
-    OwnedDescriptor writing;
-
-    bool open()
-    {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
-            return false;
-        reading.set(ends[0]);
-        writing.set(ends[1]);
-        return true;
-    }
-};
 
 // The C library's own declaration of this call can't be used from C++ with glibc 2.36.
 int openProcess(pid_t pid)
@@ -73,19 +39,24 @@ public:
         posix_spawnattr_destroy(&attributes);
     }
 
-    int prepare(int input, int output, int error)
+    // `descriptors`: what becomes 0, 1 and so on; all others are closed, also those that this
+    // process has inherited itself, and doesn't know of.
+    int prepare(std::initializer_list<int> descriptors)
     {
         sigset_t none;
         sigemptyset(&none);
         sigset_t toDefault;
         sigemptyset(&toDefault);
         sigaddset(&toDefault, SIGPIPE);
+        int count = 0;
+        for (const int descriptor : descriptors) {
+            const int result = posix_spawn_file_actions_adddup2(&actions, descriptor, count);
+            if (result != 0)
+                return result;
+            ++count;
+        }
         const int results[] = {
-            posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO),
-            posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO),
-            posix_spawn_file_actions_adddup2(&actions, error, STDERR_FILENO),
-            // Also what this process has inherited itself, and doesn't know of.
-            posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1),
+            posix_spawn_file_actions_addclosefrom_np(&actions, count),
             posix_spawnattr_setsigmask(&attributes, &none),
             posix_spawnattr_setsigdefault(&attributes, &toDefault),
             // A group of its own: an interrupt at the terminal is for the parent, which then
@@ -124,43 +95,59 @@ private:
 bool startProcess(const std::string& path, const std::vector<std::string>& arguments,
                   ChildProcess* child)
 {
-    Proactor& proactor = Proactor::instance();
+    Proactor::instance();       // looks after the standard descriptors
     std::array<Pipe, 3> pipes;  // input, output, error
     for (Pipe& pipe : pipes) {
         if (!pipe.open())
-            return failWith(errno);
+            return false;
     }
 
     SpawnPlan plan;
     pid_t pid = -1;
     int failure =
-        plan.prepare(pipes[0].reading.get(), pipes[1].writing.get(), pipes[2].writing.get());
+        plan.prepare({pipes[0].reading.get(), pipes[1].writing.get(), pipes[2].writing.get()});
     if (failure == 0)
         failure = plan.run(path, arguments, &pid);
     if (failure != 0)
         return failWith(failure);
 
     // The number stays the child's until its status is collected.
-    OwnedDescriptor process;
-    process.set(openProcess(pid));
-    failure = process.get() < 0 ? errno : 0;
-    std::uint32_t code = failure == 0 ? 0 : errorCode(failure, ErrorSource::file);
-    Token exited = 0;
-    if (code == 0)
-        exited = proactor.insertNotifier(process.take(), &code);
-    if (code != 0) {
+    child->exited = processEnd(pid);
+    if (child->exited == Handle::none) {
+        const std::uint32_t code = getLastError();
         killProcess(pid);
         collectExit(pid);
         setLastError(code);
         return false;
     }
-
     child->pid = pid;
-    child->exited = static_cast<Handle>(exited);
-    child->standardInput = adoptDescriptor(pipes[0].writing.take());
-    child->standardOutput = adoptDescriptor(pipes[1].reading.take());
-    child->standardError = adoptDescriptor(pipes[2].reading.take());
+    child->standardInput = pipes[0].writing.toHandle();
+    child->standardOutput = pipes[1].reading.toHandle();
+    child->standardError = pipes[2].reading.toHandle();
     return true;
+}
+
+bool startSibling(const std::string& path, const std::vector<std::string>& arguments,
+                  const OwnedDescriptor& inherited, int* pid)
+{
+    Proactor::instance();  // looks after the standard descriptors
+    SpawnPlan plan;
+    int failure = plan.prepare({STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, inherited.get()});
+    if (failure == 0)
+        failure = plan.run(path, arguments, pid);
+    return failure == 0 || failWith(failure);
+}
+
+Handle processEnd(int pid)
+{
+    const int process = openProcess(pid);
+    std::uint32_t code = 0;
+    Token ended = 0;
+    if (process < 0)
+        failWith(errno == ESRCH ? EINVAL : errno);
+    else if ((ended = Proactor::instance().insertNotifier(process, &code)) == 0)
+        setLastError(code);
+    return static_cast<Handle>(ended);
 }
 
 ExitStatus collectExit(int pid)

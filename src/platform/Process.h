@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Overlapped.h"
+#include "platform/OwnedDescriptor.h"
 
 #include <cstdint>
 #include <string>
@@ -12,7 +13,7 @@ namespace platform {
 // A started child. The handles belong to the caller, who closes them.
 struct ChildProcess {
     int pid = -1;
-    Handle exited = Handle::none;          // waitable: signalled once the child has ended
+    Handle exited = Handle::none;          // see processEnd
     Handle standardInput = Handle::none;   // the end to write to
     Handle standardOutput = Handle::none;  // the end to read from
     Handle standardError = Handle::none;   // the end to read from
@@ -30,6 +31,15 @@ struct ExitStatus {
 // False with getLastError() set, also if the program can't be executed.
 bool startProcess(const std::string& path, const std::vector<std::string>& arguments,
                   ChildProcess* child);
+// The number of the descriptor that startSibling gives a program.
+inline constexpr int siblingDescriptor = 3;
+// Starts a program that shares the three standard descriptors of this process, has `inherited` as
+// descriptor 3, and no other one open. Otherwise like startProcess.
+bool startSibling(const std::string& path, const std::vector<std::string>& arguments,
+                  const OwnedDescriptor& inherited, int* pid);
+// A new waitable object that is signalled once a process, not only a child, has ended; the caller
+// closes it. Handle::none with getLastError() set: ERROR_INVALID_PARAMETER if there is none.
+Handle processEnd(int pid);
 // Collects the status of a child that has ended (waits for it if it has not). Once: after that,
 // or for a process that is no child, the code is -1.
 ExitStatus collectExit(int pid);

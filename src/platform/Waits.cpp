@@ -34,9 +34,9 @@ void Proactor::eraseWaitable(Token token)
     waitables.erase(token);
 }
 
-Token Proactor::insertNotifier(int fd, std::uint32_t* code)
+Token Proactor::insertNotifier(int fd, std::uint32_t* code, Medium medium)
 {
-    const Token token = insert(fd, Medium::notifier);
+    const Token token = insert(fd, medium);
     Descriptor& descriptor = *find(token);
     *code = registerEdges(token, descriptor);
     if (*code != ERROR_SUCCESS) {
