@@ -68,6 +68,15 @@ void PipeIStream::issueOverlapped()
         changed();
 }
 
+void PipeIStream::pull()
+{
+    issueOverlapped();
+    if (!read_pending)
+        return;
+    platform::retryFile(handle);
+    platform::sleepEx(0);
+}
+
 void PipeIStream::readCompleted(std::uint32_t e, std::uint32_t n, platform::Overlapped* overlapped)
 {
     auto* const stream = static_cast<PipeIStream*>(overlapped->event);

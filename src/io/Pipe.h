@@ -23,6 +23,10 @@ public:
     void readCommit(std::uint64_t count) override;
     void close() override;
 
+    // Reads at once what lies in the pipe, without waiting for the word that it is there. Routines
+    // of other streams can run meanwhile.
+    void pull();
+
     // Replaces the handle and closes the old one. The end and the error are cleared, the buffer
     // is not touched.
     void setHandle(platform::Handle newHandle);

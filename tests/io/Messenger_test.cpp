@@ -24,6 +24,8 @@ using io::ControlMessage;
 constexpr std::uint64_t areaSize = 4096;
 
 struct ParentSide : io::SiblingParentSide {
+    void areaLeft(std::int32_t, std::int32_t) override {}
+    void siblingIsUp(std::int32_t) override {}
     void requestPeer(std::int32_t target, std::int32_t requester) override
     {
         requests.emplace_back(target, requester);

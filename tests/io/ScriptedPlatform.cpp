@@ -91,6 +91,8 @@ bool writeFileEx(Handle, const void* buffer, std::uint32_t count, Overlapped* ov
         {static_cast<const char*>(buffer), count, overlapped, routine});
     return true;
 }
+void retryFile(Handle)
+{}
 bool closeHandle(Handle)
 {
     return true;

@@ -27,6 +27,7 @@ SiblingMessenger::SiblingMessenger(std::int32_t ownId, SiblingParentSide* parent
     : parent_side(parentSide),
       my_id(ownId),
       some_sibling(this),
+      shutdown_end(this),
       incoming_fifo("SiblingMessenger", incoming)
 {
     initArea(base, size, areaStart, areaSize);
@@ -36,6 +37,8 @@ SiblingMessenger::SiblingMessenger(std::int32_t ownId, SiblingParentSide* parent
 
 SiblingMessenger::~SiblingMessenger()
 {
+    for (const auto& [id, fifo] : held)
+        platform::closeHandle(fifo);
     for (const auto& [id, peer] : siblings)
         delete peer;
 }
@@ -72,15 +75,35 @@ std::int32_t SiblingMessenger::nextSender()
 void SiblingMessenger::openFifo(std::int32_t id, platform::Handle fifo)
 {
     SiblingImplementation* const peer = findSibling(id);
+    if (attach(peer, fifo))
+        announceQueued(peer);
+}
+
+void SiblingMessenger::greet(std::int32_t id, platform::Handle fifo)
+{
+    SiblingImplementation* const peer = findSibling(id);
+    if (!attach(peer, fifo))
+        return;
+    deliver(peer, ControlMessage::ofSibling(ControlMessage::IAmUp, my_id, my_id));
+    announceQueued(peer);
+}
+
+bool SiblingMessenger::attach(SiblingImplementation* peer, platform::Handle fifo)
+{
     if (peer->fifo_writer.open) {
         platform::closeHandle(fifo);
-        return;
+        return false;
     }
     peer->fifo_writer.setHandle(fifo);
     peer->fifo_writer.open = true;
-    reader_ids.emplace(reinterpret_cast<std::uintptr_t>(peer), id);
+    reader_ids.emplace(reinterpret_cast<std::uintptr_t>(peer), peer->id);
     if (!peer->awaiting_acks)
         peer->ostream.ready = write_ready || peer->failed;
+    return true;
+}
+
+void SiblingMessenger::announceQueued(SiblingImplementation* peer)
+{
     std::list<std::uint64_t> waiting;
     waiting.swap(peer->ostream.queued);
     // One by one: a FIFO that breaks meanwhile takes back all messages of the peer.
@@ -89,6 +112,25 @@ void SiblingMessenger::openFifo(std::int32_t id, platform::Handle fifo)
             break;
         deliver(peer, ControlMessage::ofOffset(ControlMessage::MessageAt, offset, my_id));
     }
+}
+
+void SiblingMessenger::holdFifo(std::int32_t id, platform::Handle fifo)
+{
+    findSibling(id);
+    if (!held.emplace(id, fifo).second)
+        platform::closeHandle(fifo);
+}
+
+void SiblingMessenger::peerIsUp(std::int32_t id)
+{
+    if (parent_side)
+        parent_side->siblingIsUp(id);
+    const auto found = held.find(id);
+    if (found == held.end())
+        return;
+    const platform::Handle fifo = found->second;
+    held.erase(found);
+    openFifo(id, fifo);
 }
 
 bool SiblingMessenger::isConnected(std::int32_t id) const
@@ -217,9 +259,7 @@ void SiblingMessenger::fifoReadyForWriting(SiblingImplementation* peer)
         if (trace)
             *trace << "Caught exception: '" << e.text() << "' while flushing sibling: " << peer->id
                    << '\n';
-        siblingGone(peer);
-        // What it held back can go now.
-        writeOthers();
+        lose(peer);
     }
 }
 
@@ -295,16 +335,10 @@ void SiblingMessenger::underlyingIsReady(Selectable* u)
 
 void SiblingMessenger::drainIncoming()
 {
-    for (;;) {
-        if (!incoming_fifo.isReady()) {
-            incoming_fifo.issueOverlapped();
-            platform::sleepEx(0);
-            if (!incoming_fifo.isReady())
-                return;
-        }
-        if (!readRecords())
-            return;
-    }
+    do {
+        if (!incoming_fifo.isReady())
+            incoming_fifo.pull();
+    } while (incoming_fifo.isReady() && readRecords());
 }
 
 // Takes in what the FIFO's stream holds. False if the FIFO is broken.
@@ -362,10 +396,8 @@ void SiblingMessenger::received(const ControlMessage& message)
         return;
     case ControlMessage::SiblingDied: {
         const auto found = siblings.find(message.id());
-        if (found != siblings.end()) {
-            siblingGone(found->second);
-            writeOthers();
-        }
+        if (found != siblings.end())
+            lose(found->second);
         return;
     }
     case ControlMessage::InitShutdown:
@@ -375,11 +407,18 @@ void SiblingMessenger::received(const ControlMessage& message)
         shutdownAnswered(message);
         return;
     case ControlMessage::IAmUp:
+        peerIsUp(message.from);
+        return;
+    case ControlMessage::ExtraSiblingId:
+        if (parent_side)
+            parent_side->areaLeft(message.id(), message.from);
+        else
+            areaAsked(message.id());
+        return;
     case ControlMessage::SiblingAt:
     case ControlMessage::ExtraOffset:
     case ControlMessage::ExtraSize:
-    case ControlMessage::ExtraSiblingId:
-        return;  // nothing waits for them
+        return;  // nobody sends them
     case ControlMessage::Undefined:
         break;
     }
@@ -390,9 +429,19 @@ void SiblingMessenger::received(const ControlMessage& message)
 void SiblingMessenger::messageCame(const ControlMessage& message)
 {
     SiblingImplementation* const peer = findSibling(message.from);
-    rmsgs.push_back(
+    SiblingIStream& stream = *peer->istream;
+    auto place = rmsgs.end();
+    // The loss of a peer can be noticed before all that it has sent is here: its end stays behind.
+    if (peer->failed)
+        place = std::find_if(rmsgs.begin(), rmsgs.end(), [&message](const SiblingMessage& m) {
+            return m.from == message.from && m.isNull();
+        });
+    if (place != rmsgs.end() && stream.curr_msg == place)
+        stream.curr_msg = rmsgs.end();
+    rmsgs.insert(
+        place,
         {.from = message.from, .offset = message.offset(), .size = messageSize(message.offset())});
-    smQueueUpdated(peer->istream.get());
+    smQueueUpdated(&stream);
 }
 
 void SiblingMessenger::acknowledged(const ControlMessage& message)
@@ -438,6 +487,13 @@ void SiblingMessenger::smQueueUpdated(SiblingIStream* stream)
         letGo(peer);
 }
 
+bool SiblingMessenger::hasUnread(std::int32_t id) const
+{
+    return std::any_of(rmsgs.begin(), rmsgs.end(), [id](const SiblingMessage& message) {
+        return message.from == id && !message.isNull();
+    });
+}
+
 // Whether anything is left between us: to be read, to be sent, or to be acknowledged.
 bool SiblingMessenger::hasPending(const SiblingImplementation& peer) const
 {
@@ -464,6 +520,10 @@ void SiblingMessenger::closeSibling(SiblingImplementation* peer)
         traceLine(" Shutting down FIFO for sibling ", peer->id);
         peer->fifo_writer.open = false;
         peer->fifo_writer.setHandle(platform::Handle::invalid);
+    }
+    if (const auto unopened = held.find(peer->id); unopened != held.end()) {
+        platform::closeHandle(unopened->second);
+        held.erase(unopened);
     }
     const auto entry =
         std::find_if(reader_ids.begin(), reader_ids.end(),
@@ -495,15 +555,64 @@ void SiblingMessenger::siblingGone(SiblingImplementation* peer)
     dropUnacked(peer);
     if (!parent_side)
         return;
+    auto& waits = parent_side->shutdown_waits;
+    // Who dies before all have let it go has not shut down: some still wait for it.
+    if (const auto wait = waits.find(peer->id); wait != waits.end() && !wait->second.empty())
+        peer->shutting_down = false;
     if (!peer->shutting_down)
         tellOfDeath(*peer);
-    auto& waits = parent_side->shutdown_waits;
     waits.erase(peer->id);
     for (auto& [id, waitsFor] : waits) {
         if (waitsFor.erase(peer->id) != 0 && waitsFor.empty())
             allowExit(id);
     }
-    siblingHasGone(peer->id);
+}
+
+void SiblingMessenger::lose(SiblingImplementation* peer)
+{
+    siblingGone(peer);
+    // What it held back can go now.
+    writeOthers();
+}
+
+// Of a child: the area of a sibling that has ended is to be used again.
+void SiblingMessenger::areaAsked(std::int32_t id)
+{
+    asked_areas.emplace(id, false);
+    answerForArea(id);
+    // Those that nobody uses any more.
+    std::erase_if(asked_areas,
+                  [this](const auto& entry) { return entry.second && forget(entry.first); });
+}
+
+void SiblingMessenger::answerForArea(std::int32_t id)
+{
+    const auto asked = asked_areas.find(id);
+    if (asked == asked_areas.end() || asked->second || hasUnread(id))
+        return;
+    asked->second = true;
+    try {
+        toParent(ControlMessage::ofSibling(ControlMessage::ExtraSiblingId, id, my_id));
+    } catch (const ENoConnection&) {
+        traceLine(" has no parent to tell");
+    }
+}
+
+bool SiblingMessenger::forget(std::int32_t id)
+{
+    const auto found = siblings.find(id);
+    if (found == siblings.end())
+        return true;
+    const SiblingImplementation& peer = *found->second;
+    const auto isFrom = [id](const SiblingMessage& message) {
+        return message.from == id;
+    };
+    if (peer.refs != 0 || peer.fifo_writer.open || peer.writing || unnotified_sibling == &peer ||
+        !peer.ostream.queued.empty() || std::any_of(rmsgs.begin(), rmsgs.end(), isFrom))
+        return false;
+    delete found->second;
+    siblings.erase(found);
+    return true;
 }
 
 // It doesn't read any more, so nothing will be acknowledged.
@@ -566,14 +675,22 @@ void SiblingMessenger::shutDown()
     try {
         toParent(ControlMessage::ofSibling(ControlMessage::InitShutdown, my_id, my_id));
     } catch (const ENoConnection&) {
-        shutdown_state->acknowledged = true;  // nobody is left to agree
+        endShutdown();  // nobody is left to agree
     }
+}
+
+void SiblingMessenger::endShutdown()
+{
+    shutdown_state->acknowledged = true;
+    shutdown_end.ready = true;
 }
 
 void SiblingMessenger::shutdownBegins(const ControlMessage& message)
 {
     const std::int32_t id = message.id();
     SiblingImplementation* const leaving = findSibling(id);
+    if (leaving->failed)
+        return;  // it was lost before this could be read
     leaving->shutting_down = true;
     if (!parent_side) {
         leaving->awaiting_acks = true;
@@ -617,7 +734,7 @@ void SiblingMessenger::shutdownAnswered(const ControlMessage& message)
 {
     if (!parent_side) {
         if (message.id() == my_id && shutdown_state)
-            shutdown_state->acknowledged = true;
+            endShutdown();
         return;
     }
     const auto found = parent_side->shutdown_waits.find(message.id());

@@ -16,6 +16,9 @@
 //     const std::uint64_t size = sender.istream().readBegin(&data);   // in the writer's own area
 //     sender.istream().readCommit(use(data, size));                   // all of it: it is free again
 //
+// The streams are streams of bytes: the room that writeBegin gives can be a few bytes, and what is
+// to arrive in one piece may have to go in several messages.
+//
 // Order: what is told to all peers leaves in the order in which it was put in, so a message for a
 // peer that can't take it holds back what comes behind it. Acknowledgements overtake. At most one
 // peer has bytes that didn't fit in its FIFO, and while it has, no other is written.
@@ -162,12 +165,26 @@ private:
     friend class SiblingMessenger;
 };
 
+// Ready once the shutdown of this process has been acknowledged.
+class ShutdownAcknowledged : public StackedSelectableFront {
+public:
+    using StackedSelectableFront::StackedSelectableFront;
+    std::string name() const override { return "ShutdownAcknowledged"; }
+
+private:
+    friend class SiblingMessenger;
+};
+
 // The parent's bookkeeping. Children have none.
 class SiblingParentSide {
 public:
     virtual ~SiblingParentSide() = default;
     // `requester`, who can be the parent itself, wants a connection to `target`.
     virtual void requestPeer(std::int32_t target, std::int32_t requester) = 0;
+    // The child `id` has taken over its end.
+    virtual void siblingIsUp(std::int32_t id) = 0;
+    // `from` has nothing more to read in the area of the ended child `id`.
+    virtual void areaLeft(std::int32_t id, std::int32_t from) = 0;
 
     std::list<std::int32_t> sibling_ids;
     // By the id of a child that is shutting down: who has yet to answer for it.
@@ -194,10 +211,15 @@ public:
     // Takes over the end of the peer's FIFO to write to, and announces what waits for it. One that
     // is open already stays as it is.
     void openFifo(std::int32_t id, platform::Handle fifo);
+    // The same, for who asked for the connection: tells the peer first that it is up.
+    void greet(std::int32_t id, platform::Handle fifo);
+    // For the other side: keeps the end until the peer has told that it is up. Before that it has no FIFO to this
+    // process, and could not acknowledge what is written to it.
+    void holdFifo(std::int32_t id, platform::Handle fifo);
     bool isConnected(std::int32_t id) const;
 
     // For a child: asks to end in an orderly way. From now on it can write to the parent alone, and
-    // should read until isShutdownAcknowledged(), so that its peers can let it go.
+    // should read until shutdown_end is ready, so that its peers can let it go.
     void shutDown();
     bool isShutdownAcknowledged() const { return shutdown_state && shutdown_state->acknowledged; }
 
@@ -205,6 +227,8 @@ public:
     void setFifoWatch(SiblingImplementation* peer, bool watch);
     void fifoReadyForWriting(SiblingImplementation* peer);
     void siblingGone(SiblingImplementation* peer);
+    // The same, and lets go what the peer held back.
+    void lose(SiblingImplementation* peer);
     void underlyingIsReady(Selectable* u) override;
 
     // Sends a control message. Throws ENoConnection if there is no FIFO to the peer.
@@ -212,6 +236,10 @@ public:
     void toParent(const ControlMessage& message);
     // Takes in all records that have come so far.
     void drainIncoming();
+    // Whether messages of a sibling are still to be read, wholly or in part.
+    bool hasUnread(std::int32_t id) const;
+    // Frees what is known of a sibling that has ended. False if somebody still needs it.
+    bool forget(std::int32_t id);
 
 private:
     friend class SiblingIStream;
@@ -236,14 +264,13 @@ private:
 
 public:
     SomeSibling some_sibling;
+    ShutdownAcknowledged shutdown_end;
 
 protected:
     // Connections that the parent has sent, if any, are taken in: called before records are.
     virtual void beforeRecords() {}
     // Something else that is watched underneath is ready.
     virtual void otherIsReady(Selectable* /*u*/) {}
-    // In the parent: a child has been lost, or has ended as agreed.
-    virtual void siblingHasGone(std::int32_t /*id*/) {}
 
 private:
     // The parts are looked at only if somebody wants to know.
@@ -274,10 +301,18 @@ private:
     void received(const ControlMessage& message);
     void messageCame(const ControlMessage& message);
     void acknowledged(const ControlMessage& message);
+    void endShutdown();
     void shutdownBegins(const ControlMessage& message);
     void shutdownAnswered(const ControlMessage& message);
     void allowExit(std::int32_t id);
+    bool attach(SiblingImplementation* peer, platform::Handle fifo);
+    void announceQueued(SiblingImplementation* peer);
+    void peerIsUp(std::int32_t id);
+    void areaAsked(std::int32_t id);
+    void answerForArea(std::int32_t id);
 
+    std::map<std::int32_t, platform::Handle> held;  // FIFOs to peers that are not up yet
+    std::map<std::int32_t, bool> asked_areas;       // by the ended sibling: whether answered
     std::list<SiblingMessage> rmsgs;
     SiblingImplementation* unnotified_sibling = nullptr;  // whose message is being written
     PipeIStream incoming_fifo;

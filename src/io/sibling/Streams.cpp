@@ -48,10 +48,13 @@ std::string SiblingIStream::name() const
 
 std::uint64_t SiblingIStream::readBegin(char** data)
 {
-    const SiblingMessenger& messenger = *owner->messenger;
+    SiblingMessenger& messenger = *owner->messenger;
     const std::list<SiblingMessage>& rmsgs = messenger.rmsgs;
     if (!isReady())
         throw ENotReady(this);
+    // What it had sent before its end can still be on its way.
+    if (curr_msg != rmsgs.end() && curr_msg->isNull())
+        messenger.drainIncoming();
     const bool isAtEnd = curr_msg == rmsgs.end();
     if (owner->failed && (rmsgs.empty() || isAtEnd)) {
         messenger.traceLine(" IStream for ID ", owner->id,
@@ -102,6 +105,7 @@ void SiblingIStream::readCommit(std::uint64_t count)
     curr_msg = messenger.rmsgs.end();
     read_offset = 0;
     messenger.smQueueUpdated(this);
+    messenger.answerForArea(owner->id);
 }
 
 // ---- Output ------------------------------------------------------------------------------------

@@ -1,0 +1,229 @@
+// Siblings in processes of their own, which end at any moment.
+#include "io/Selector.h"
+#include "io/Timer.h"
+#include "io/sibling/Child.h"
+#include "io/sibling/Parent.h"
+#include "tests/io/Fakes.h"
+#include "tests/io/SiblingTraffic.h"
+#include "tests/support/Process.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <set>
+
+namespace {
+
+using traffic::Kind;
+
+// A parent whose children write to each other all the time.
+class Group {
+public:
+    Group(const io::SiblingGroupSize& size, std::uint32_t largestMessage, std::uint32_t seed)
+        : parent(size), traffic(&parent, seed), largest(largestMessage)
+    {
+        selector.add(&parent.some_sibling, 0);
+        selector.add(&tick, 1);
+        parent.childEnded = [this](std::int32_t id, platform::ExitStatus status) {
+            living.erase(id);
+            changed = true;
+            if (killed.erase(id) != 0)
+                EXPECT_TRUE(!status.signalled || status.code == SIGKILL) << status.code;
+            else
+                EXPECT_TRUE(!status.signalled && status.code == 0)
+                    << "sibling " << id << ": " << status.code;
+            ++ended;
+        };
+    }
+
+    // Until there are so many children, if there are areas for them.
+    void fillUp(std::size_t count)
+    {
+        try {
+            while (living.size() < count) {
+                living.insert(
+                    parent.start(SIBLING_PEER, {"child", std::to_string(traffic.below(1000000)),
+                                                std::to_string(largest)}));
+                changed = true;
+            }
+        } catch (const error::ESystemError& e) {
+            EXPECT_NE(e.text().find("areas for children are in use"), std::string::npos)
+                << e.text();
+        }
+    }
+    // One step of everything: a message read, some written.
+    void step()
+    {
+        tick.when = Time::now() + Time::millisecond + Time::millisecond;
+        if (std::chrono::steady_clock::now() > limit)
+            throw support::LimitPassed("Siblings hang");
+        if (selector.poll().second == 0 && traffic.receive().isWhole)
+            ++received;
+        tellPeers();
+        if (!stopped && !living.empty())
+            traffic.sendFilling(any(), largest);
+    }
+    void kill(std::int32_t id)
+    {
+        killed.insert(id);
+        ::kill(parent.pid(id), SIGKILL);
+    }
+    std::int32_t any()
+    {
+        auto place = living.begin();
+        std::advance(place, traffic.below(static_cast<std::uint32_t>(living.size())));
+        return *place;
+    }
+    // Tells all to stop, and waits for their ends.
+    void stopAll()
+    {
+        stopped = true;
+        untold = living;
+        while (!living.empty()) {
+            std::erase_if(untold, [this](std::int32_t id) {
+                return !living.contains(id) || traffic.send(id, Kind::stop, "");
+            });
+            step();
+        }
+        stopped = false;
+    }
+
+    io::SiblingParent parent;
+    traffic::Traffic traffic;
+    std::set<std::int32_t> living;
+    std::set<std::int32_t> killed;
+    std::uint64_t received = 0;
+    std::uint64_t ended = 0;
+    support::Deadline limit = support::usualLimit();
+
+private:
+    // Who lives, to all that do. Those who find the parent's area full are told later.
+    void tellPeers()
+    {
+        if (stopped)
+            return;
+        if (changed)
+            untold = living;
+        changed = false;
+        std::erase_if(untold, [this](std::int32_t id) {
+            return !living.contains(id) || traffic.send(id, Kind::peers, peersOf(id));
+        });
+    }
+    std::string peersOf(std::int32_t id) const
+    {
+        std::vector<std::int32_t> ids = {0};
+        std::copy_if(living.begin(), living.end(), std::back_inserter(ids),
+                     [id](std::int32_t other) { return other != id; });
+        std::string bytes(ids.size() * sizeof id, '\0');
+        std::memcpy(bytes.data(), ids.data(), bytes.size());
+        return bytes;
+    }
+
+    io::Selector<int> selector;
+    io::Timer tick;
+    std::uint32_t largest;
+    bool changed = false;
+    bool stopped = false;
+    std::set<std::int32_t> untold;
+};
+
+// How many children are killed, for longer runs by hand.
+std::uint64_t wantedEnds()
+{
+    const char* const wanted = std::getenv("SIBLING_KILLS");
+    return wanted ? std::strtoull(wanted, nullptr, 10) : 40;
+}
+
+TEST(SiblingProcesses, GoOnWhileOthersAreKilledAtAnyMoment)
+{
+    const struct {
+        io::SiblingGroupSize size;
+        std::uint32_t largest;
+    } rows[] = {
+        // Areas that are always full.
+        {{.children = 6, .parentArea = 2048, .childArea = 1024}, 300},
+        // More messages than a FIFO holds.
+        {{.children = 6, .parentArea = 1 << 20, .childArea = 1 << 20}, 20},
+        {{.children = 8, .parentArea = 1 << 16, .childArea = 1 << 18}, 20000},
+    };
+    std::uint32_t seed = 0;
+    for (const auto& row : rows) {
+        Group group(row.size, row.largest, ++seed);
+        const std::size_t children = row.size.children - 2;
+        std::int32_t paused = 0;
+        group.limit += std::chrono::seconds(wantedEnds());
+        while (group.ended < wantedEnds()) {
+            group.fillUp(children);
+            for (std::uint32_t i = group.traffic.below(200); i != 0; --i)
+                group.step();
+            if (group.living.empty())
+                continue;
+            if (paused != 0 && group.living.contains(paused))
+                ::kill(group.parent.pid(paused), SIGCONT);
+            const std::int32_t id = group.any();
+            switch (group.traffic.below(6)) {
+            case 0:  // its FIFO fills up
+                paused = id;
+                ::kill(group.parent.pid(id), SIGSTOP);
+                break;
+            case 1:
+                group.traffic.send(id, Kind::stop, "");
+                break;
+            case 2:  // in the middle of its shutdown
+                if (group.traffic.send(id, Kind::stop, ""))
+                    group.step();
+                if (group.living.contains(id))
+                    group.kill(id);
+                break;
+            default:
+                group.kill(id);
+            }
+        }
+        if (group.living.contains(paused))
+            ::kill(group.parent.pid(paused), SIGCONT);
+        // Each child ends only when its area is one free block again.
+        group.stopAll();
+        EXPECT_TRUE(group.traffic.areaIsFree());
+        EXPECT_GT(group.received, wantedEnds());
+        // No area is lost: all can be used once more, by children that have no trouble.
+        group.fillUp(row.size.children);
+        EXPECT_EQ(group.living.size(), row.size.children);
+        group.stopAll();
+    }
+}
+
+TEST(SiblingProcesses, EndWithTheirParent)
+{
+    support::Process parent({.program = SIBLING_PEER, .arguments = {"parent"}});
+    parent.waitForOutput("running");
+    parent.signal(SIGKILL);
+    // The children have its standard error, too.
+    EXPECT_EQ(parent.waitForEnd().errors, "");
+}
+
+TEST(SiblingProcesses, TellWhatCantBe)
+{
+    using fakes::thrown;
+    const auto make = [](std::uint32_t children, std::uint64_t own, std::uint64_t child) {
+        return thrown([&] {
+            const io::SiblingParent parent(
+                {.children = children, .parentArea = own, .childArea = child});
+        });
+    };
+    EXPECT_EQ(make(1, 16, 4096),
+              "An area of 16 bytes for the parent is not one of 24 to 4294967296");
+    EXPECT_EQ(make(4096, 24, std::uint64_t{1} << 20U),
+              "4096 areas of 1048576 bytes, and the parent's of 24, do not fit in 4294967296");
+
+    io::SiblingParent parent({.children = 1, .parentArea = 4096, .childArea = 4096});
+    EXPECT_EQ(thrown([&] { parent.start("/nonexistent/program", {}); }),
+              "Can't start /nonexistent/program: No such file or directory");
+    EXPECT_NO_THROW(parent.start("/bin/true", {})) << "the area is lost";
+    EXPECT_EQ(thrown([&] { parent.start("/bin/true", {}); }),
+              "All 1 areas for children are in use");
+    EXPECT_EQ(thrown([&] { io::SiblingChild child(99); }),
+              "Descriptor 99 leads to no parent: Bad file descriptor");
+}
+
+}  // namespace
