@@ -25,7 +25,7 @@ template <class Work>
     try {
         work();
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "bench_end_to_end, %s: %s\n", name, e.what());
+        std::fprintf(stderr, "%s: %s\n", name, e.what());
         _exit(1);
     }
     _exit(0);
