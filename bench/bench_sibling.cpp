@@ -11,6 +11,7 @@
 
 #include "failure.h"
 
+#include "io/Selector.h"
 #include "io/sibling/Child.h"
 #include "io/sibling/Parent.h"
 
@@ -113,13 +114,18 @@ private:
 
 class SiblingEnd : public End {
 public:
-    SiblingEnd(io::SiblingMessenger* messenger, std::int32_t id) : peer(messenger->sibling(id)) {}
+    SiblingEnd(io::SiblingMessenger* messenger, std::int32_t id) : peer(messenger->sibling(id))
+    {
+        messages.add(&peer.istream(), 0);
+        room.add(&peer.ostream(), 0);
+    }
 
     void write(const Shape& shape) override
     {
         io::SiblingOStream& out = peer.ostream();
         for (std::uint64_t left = shape.size; left != 0;) {
-            out.waitReady();
+            if (!out.isReady())
+                room.poll();
             char* space = nullptr;
             const std::uint64_t count = std::min(out.writeBegin(&space), left);
             fill(shape, space, count);
@@ -131,7 +137,8 @@ public:
     {
         io::SiblingIStream& in = peer.istream();
         for (std::uint64_t left = shape.size; left != 0;) {
-            in.waitReady();
+            if (!in.isReady())
+                messages.poll();
             char* data = nullptr;
             const std::uint64_t count = std::min(in.readBegin(&data), left);
             use(shape, data, count);
@@ -142,6 +149,8 @@ public:
 
 private:
     io::Sibling peer;
+    io::Selector<int> messages;  // one stream each: a ready one would keep the other from its wait
+    io::Selector<int> room;
 };
 
 struct Figures {

@@ -54,7 +54,7 @@ SiblingChild::SiblingChild(int descriptor)
 }
 
 // An introduction can be of the peer that has sent the next record.
-void SiblingChild::beforeRecords()
+void SiblingChild::beforeRecord()
 {
     using Received = platform::Channel::Received;
     ChannelMessage introduction{};
@@ -95,7 +95,7 @@ void SiblingChild::meet(const ChannelMessage& introduction, platform::OwnedDescr
 
 void SiblingChild::otherIsReady(Selectable* /*u*/)
 {
-    beforeRecords();
+    beforeRecord();
 }
 
 }  // namespace io

@@ -47,7 +47,7 @@ public:
     explicit SiblingChild(int descriptor = platform::siblingDescriptor);
 
 protected:
-    void beforeRecords() override;
+    void beforeRecord() override;
     void otherIsReady(Selectable* u) override;
 
 private:

@@ -356,7 +356,6 @@ bool SiblingMessenger::readRecords()
     std::string records = std::move(record_rest);
     records.append(data, count);
     incoming_fifo.readCommit(count);
-    beforeRecords();
     const std::size_t whole = records.size() / recordSize * recordSize;
     record_rest = records.substr(whole);
     for (std::size_t at = 0; at != whole; at += recordSize) {
@@ -382,6 +381,8 @@ void SiblingMessenger::incomingBroke()
 void SiblingMessenger::received(const ControlMessage& message)
 {
     traceLine(" received ", message);
+    if (!message.hasOffset() || !findSibling(message.from)->fifo_writer.open)
+        beforeRecord();
     switch (message.kind()) {
     case ControlMessage::MessageAt:
         messageCame(message);

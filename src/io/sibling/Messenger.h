@@ -267,8 +267,9 @@ public:
     ShutdownAcknowledged shutdown_end;
 
 protected:
-    // Connections that the parent has sent, if any, are taken in: called before records are.
-    virtual void beforeRecords() {}
+    // Called before a record that can lean on a connection which the parent has sent, and which is
+    // to be taken in first.
+    virtual void beforeRecord() {}
     // Something else that is watched underneath is ready.
     virtual void otherIsReady(Selectable* /*u*/) {}
 
