@@ -9,6 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <set>
@@ -16,6 +19,19 @@
 namespace {
 
 using traffic::Kind;
+
+struct ChannelEnds {
+    ChannelEnds()
+    {
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
+            std::abort();
+        ours.reset(ends[0]);
+        theirs.reset(ends[1]);
+    }
+    platform::OwnedDescriptor ours;
+    platform::OwnedDescriptor theirs;
+};
 
 // A parent whose children write to each other all the time.
 class Group {
@@ -42,9 +58,10 @@ public:
     {
         try {
             while (living.size() < count) {
-                living.insert(
-                    parent.start(SIBLING_PEER, {"child", std::to_string(traffic.below(1000000)),
-                                                std::to_string(largest)}));
+                const std::vector<std::string> arguments = {
+                    "child", std::to_string(traffic.below(1000000)), std::to_string(largest)};
+                living.insert(traffic.below(3) == 0 ? adopt(arguments)
+                                                    : parent.start(SIBLING_PEER, arguments));
                 changed = true;
             }
         } catch (const error::ESystemError& e) {
@@ -120,6 +137,21 @@ private:
         return bytes;
     }
 
+    // A process that somebody else has started.
+    std::int32_t adopt(const std::vector<std::string>& arguments)
+    {
+        ChannelEnds ends;
+        int pid = -1;
+        EXPECT_TRUE(platform::startSibling(SIBLING_PEER, arguments, ends.theirs, &pid));
+        try {
+            return parent.adopt(std::move(ends.ours), pid);
+        } catch (...) {
+            platform::killProcess(pid);
+            platform::collectExit(pid);
+            throw;
+        }
+    }
+
     io::Selector<int> selector;
     io::Timer tick;
     std::uint32_t largest;
@@ -191,6 +223,64 @@ TEST(SiblingProcesses, GoOnWhileOthersAreKilledAtAnyMoment)
         EXPECT_EQ(group.living.size(), row.size.children);
         group.stopAll();
     }
+}
+
+// Children that are played here, and of which one doesn't look at its channel for long.
+TEST(SiblingProcesses, AreIntroducedInOrderThroughAFullChannel)
+{
+    using Received = platform::Channel::Received;
+    platform::raiseDescriptorLimit();
+    constexpr std::int32_t count = 400;
+    io::SiblingParent parent({.children = count, .parentArea = 4096, .childArea = 64});
+    io::Selector<int> selector;
+    selector.add(&parent.some_sibling, 0);
+    std::vector<platform::Channel> channels(count + 1);
+    io::ChannelMessage message{};
+    std::vector<platform::OwnedDescriptor> descriptors;
+    std::vector<platform::OwnedDescriptor> fifos;
+    for (std::int32_t id = 1; id <= count; ++id) {
+        ChannelEnds ends;
+        ASSERT_EQ(parent.adopt(std::move(ends.ours), getpid()), id);
+        platform::Channel& channel = channels.at(static_cast<std::size_t>(id));
+        ASSERT_TRUE(channel.adopt(std::move(ends.theirs)));
+        ASSERT_EQ(channel.receive(&message, sizeof message, &descriptors), Received::message);
+        EXPECT_TRUE(message.kind == io::ChannelMessage::welcome && message.id == id);
+        fifos.push_back(std::move(descriptors.at(1)));
+        const auto request = io::ControlMessage::ofSibling(io::ControlMessage::RequestPeer, 1, id);
+        if (id != 1) {
+            ASSERT_EQ(write(descriptors.at(2).get(), &request, sizeof request), 8);
+        }
+    }
+    // Each caller is told only when the host has been.
+    const auto hostsTold = [&] {
+        std::int32_t told = 0;
+        for (std::size_t id = 2; id <= count; ++id) {
+            while (channels.at(id).receive(&message, sizeof message, &descriptors) ==
+                   Received::message) {
+                EXPECT_TRUE(message.kind == io::ChannelMessage::host && message.id == 1);
+                ++told;
+            }
+        }
+        return told;
+    };
+    const auto settle = [&] {
+        for (int round = 0; round != 4; ++round)
+            fakes::thrown([&] { selector.pollImpl(true); });
+    };
+    settle();
+    const std::int32_t before = hostsTold();
+    EXPECT_TRUE(before > 0 && before < count - 1) << before;
+    for (std::int32_t caller = 2; caller <= count; ++caller) {
+        if (channels[1].receive(&message, sizeof message, &descriptors) == Received::nothing) {
+            settle();
+            ASSERT_EQ(channels[1].receive(&message, sizeof message, &descriptors),
+                      Received::message);
+        }
+        EXPECT_TRUE(message.kind == io::ChannelMessage::caller && message.id == caller);
+        EXPECT_EQ(descriptors.size(), 1U);
+    }
+    settle();
+    EXPECT_EQ(before + hostsTold(), count - 1);
 }
 
 TEST(SiblingProcesses, EndWithTheirParent)

@@ -27,8 +27,9 @@
 // is announced as soon as its FIFO has been opened. A message that a lost peer has not acknowledged
 // is dropped, and its block is free again.
 //
-// SiblingMessenger is given a mapped region and its FIFOs. At most 4096 bytes enter a FIFO at a
-// time, as a whole, so a writer that dies leaves no part of a record.
+// SiblingMessenger is given a mapped region and its FIFOs, by SiblingParent and SiblingChild. At
+// most 4096 bytes enter a FIFO at a time, as a whole, so a writer that dies leaves no part of a
+// record.
 #pragma once
 
 #include "common/errors.h"
