@@ -71,10 +71,7 @@ public:
     }
     void write(BerOutput& output, bool legacy) const final
     {
-        beginConstructed(output, listTag(legacy));
-        for (const auto& each : *elements)
-            Kind::write(Self::element, each, output, legacy);
-        endContents(output);
+        output.end(put(*elements, output, output.begin(), legacy));
     }
     // Appends an element, and gives what will read it.
     BerChild child(std::size_t /*index*/, BerTag tag, bool legacy) final
@@ -96,6 +93,18 @@ public:
     }
     std::size_t requiredChildren() const final { return 0; }
     bool isRepeated() const final { return true; }
+    char* put(BerOutput& output, char* to, bool legacy) const final
+    {
+        return put(*elements, output, to, legacy);
+    }
+    // The same, without a view.
+    static char* put(const list_t& elements, BerOutput& output, char* to, bool legacy)
+    {
+        to = putBeginning(output.reserve(to), listTag(legacy));
+        for (const auto& each : elements)
+            to = Kind::put(Self::element, each, output, to, legacy);
+        return putEndOfContents(output.reserve(to));
+    }
 
 private:
     list_t* elements;

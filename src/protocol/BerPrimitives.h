@@ -56,15 +56,6 @@ private:
     BerTag ownTag;
 };
 
-// What the wrappers write, for a field that needs none. Throws EBer as they do.
-void writeText(BerOutput& output, BerTag tag, const std::string& text, std::size_t maxLength);
-template <class T>
-void writeInteger(BerOutput& output, BerTag tag, T value, T minimum, T maximum);
-
-// What the wrapper of an integer reads, without bounds. False if it would throw.
-template <class T>
-bool readInteger(std::string_view content, T* value);
-
 class BerShortValue : public BerPrimitive {
 public:
     // Of the content received so far, in bytes.
@@ -81,8 +72,6 @@ public:
 
 protected:
     BerShortValue(std::size_t maximum, BerTag tag) : maxLength(maximum), ownTag(tag) {}
-
-    void writeContent(BerOutput& output, std::string_view content) const;
 
     std::string buffer;  // the content; short ones take no memory of the heap
 

@@ -1,7 +1,6 @@
 #include "protocol/BerTag.h"
 
 #include "common/assertion.h"
-#include "protocol/BerValue.h"
 
 #include <algorithm>
 #include <string>
@@ -52,23 +51,6 @@ char* putLongLength(char* to, std::size_t length)
     const auto count = static_cast<std::uint32_t>(bytes + sizeof bytes - first);
     *to++ = byteOf(0x80U | count);
     return std::copy(first, bytes + sizeof bytes, to);
-}
-
-void writeTag(BerOutput& output, BerTag tag)
-{
-    char* const begin = output.begin();
-    output.finish(begin, putTag(begin, tag));
-}
-
-void writeLength(BerOutput& output, std::size_t length)
-{
-    char* const begin = output.begin();
-    output.finish(begin, putLength(begin, length));
-}
-
-void beginContents(BerOutput& output)
-{
-    output.put("\x80", 1);
 }
 
 }  // namespace protocol

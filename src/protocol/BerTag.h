@@ -15,8 +15,6 @@
 
 namespace protocol {
 
-class BerOutput;
-
 using BerTag = std::uint32_t;
 
 enum : BerTag {
@@ -50,7 +48,8 @@ constexpr BerTag contextTag(std::uint32_t number)
 // Of a tag and a length together, in bytes.
 inline constexpr std::size_t mostHeadBytes = 11;
 
-// Put a tag or length at `to`, and give the place behind it.
+// Put a tag, or a definite length in the fewest bytes, at `to`, and give the place behind it. A
+// length has at most 32 bits.
 char* putLongTag(char* to, BerTag tag);
 char* putLongLength(char* to, std::size_t length);
 // Of a number below 31.
@@ -58,7 +57,7 @@ constexpr char shortTag(BerTag tag)
 {
     return static_cast<char>(static_cast<unsigned char>(tag >> 3U | tag << 5U));
 }
-inline char* putTag(char* to, BerTag tag)
+[[gnu::always_inline]] inline char* putTag(char* to, BerTag tag)
 {
     if (tag >= 31 * 8)
         return putLongTag(to, tag);
@@ -72,11 +71,18 @@ inline char* putLength(char* to, std::size_t length)
     *to = static_cast<char>(length);
     return to + 1;
 }
-
-void writeTag(BerOutput& output, BerTag tag);
-// A definite length, in the fewest bytes. At most 32 bits.
-void writeLength(BerOutput& output, std::size_t length);
 // The content of a constructed value has no length: it stands between these two.
-void beginContents(BerOutput& output);
+[[gnu::always_inline]] inline char* putBeginning(char* to, BerTag tag)
+{
+    to = putTag(to, tag);
+    *to = '\x80';
+    return to + 1;
+}
+[[gnu::always_inline]] inline char* putEndOfContents(char* to)
+{
+    to[0] = '\0';
+    to[1] = '\0';
+    return to + 2;
+}
 
 }  // namespace protocol

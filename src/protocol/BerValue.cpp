@@ -96,10 +96,25 @@ void BerValue::operator delete(void* memory, std::size_t size)
 
 #endif
 
-void BerOutput::writeTwo(char first, char second)
+void BerOutput::take(const char* bytes, std::size_t count)
 {
-    const char both[] = {first, second};
-    write(both, sizeof both);
+    if (count > room())
+        write(bytes, count);
+    else
+        next = std::copy_n(bytes, count, next);
+}
+
+char* BerOutput::makeRoom(char* to)
+{
+    end(to);
+    return begin();
+}
+
+char* BerOutput::putBeyond(char* to, const char* bytes, std::size_t count)
+{
+    end(to);
+    take(bytes, count);
+    return begin();
 }
 
 std::unique_ptr<BerValue> makeSkipper(BerTag tag)

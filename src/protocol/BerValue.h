@@ -33,38 +33,46 @@ class EBer : public error::EParseError {
 //
 // A derived class may lend an area of memory to be filled without a call: `next` to `limit`. write()
 // is called for what the rest of it has no room for, and for all bytes if there is none.
+//
+// Whoever writes carries the place of the next byte along, so that it stays in a register:
+//
+//     char* to = output.begin();
+//     to = putTag(output.reserve(to), tag);
+//     to = output.put(to, text.data(), text.size());
+//     output.end(to);
+//
+// Before another writer begins, or an exception leaves, the one before has to end.
 class BerOutput {
 public:
     virtual void write(const char* bytes, std::size_t count) = 0;
 
-    // As write(), but into the area if that has room.
-    void put(const char* bytes, std::size_t count)
+    char* begin()
     {
-        if (count > room())
-            write(bytes, count);
-        else
-            next = std::copy_n(bytes, count, next);
+        const bool hasRoom = room() >= roomAtOnce;
+        stop = hasRoom ? limit : scratch + sizeof scratch;
+        return hasRoom ? next : scratch;
     }
-    [[gnu::always_inline]] void putTwo(char first, char second)
+    // Takes all bytes before `to`.
+    void end(char* to)
     {
-        if (room() < 2) {
-            writeTwo(first, second);
-            return;
-        }
-        next[0] = first;
-        next[1] = second;
-        next += 2;
-    }
-    // For what is put together in place: where `shortMost` bytes can go. finish() takes those that
-    // did, before anything else is put.
-    static constexpr std::size_t shortMost = 80;
-    char* begin() { return room() >= shortMost ? next : scratch; }
-    void finish(char* begun, char* behind)
-    {
-        if (begun == next)
-            next = behind;
+        if (stop == limit)
+            next = to;
         else
-            put(begun, static_cast<std::size_t>(behind - begun));
+            take(scratch, static_cast<std::size_t>(to - scratch));
+    }
+    // A place with room for `roomAtOnce` bytes, for those that follow `to`. What is in the room
+    // and not put means nothing: it may be written over, too.
+    static constexpr std::size_t roomAtOnce = 144;
+    [[gnu::always_inline]] char* reserve(char* to)
+    {
+        return static_cast<std::size_t>(stop - to) >= roomAtOnce ? to : makeRoom(to);
+    }
+    // Any number of bytes. Gives the place behind them.
+    char* put(char* to, const char* bytes, std::size_t count)
+    {
+        if (count > static_cast<std::size_t>(stop - to))
+            return putBeyond(to, bytes, count);
+        return std::copy_n(bytes, count, to);
     }
 
 protected:
@@ -78,25 +86,13 @@ protected:
 
 private:
     std::size_t room() const { return static_cast<std::size_t>(limit - next); }
-    void writeTwo(char first, char second);
+    void take(const char* bytes, std::size_t count);
+    char* makeRoom(char* to);
+    char* putBeyond(char* to, const char* bytes, std::size_t count);
 
-    char scratch[shortMost];
+    char* stop = nullptr;  // of where a writer writes: the area, or `scratch` if that is too small
+    char scratch[2 * roomAtOnce];
 };
-
-// The content of a constructed value has no length: it stands between these two.
-[[gnu::always_inline]] inline void beginConstructed(BerOutput& output, BerTag tag)
-{
-    if (tag < 31 * 8) {
-        output.putTwo(shortTag(tag), '\x80');
-    } else {
-        writeTag(output, tag);
-        output.put("\x80", 1);
-    }
-}
-[[gnu::always_inline]] inline void endContents(BerOutput& output)
-{
-    output.putTwo('\0', '\0');
-}
 
 class BerValue {
 public:
@@ -184,6 +180,13 @@ public:
                            std::string_view /*content*/)
     {
         return false;
+    }
+    // As write(), by a writer that has begun and carries on from the place that this gives.
+    virtual char* put(BerOutput& output, char* to, bool legacy) const
+    {
+        output.end(to);
+        write(output, legacy);
+        return output.begin();
     }
 
 protected:

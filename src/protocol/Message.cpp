@@ -45,16 +45,6 @@ bool allLess(const Message& a, const Message& b)
                field);
 }
 
-template <class T>
-void writeNumber(const Field& field, T value, BerOutput& output)
-{
-    using Limits = std::numeric_limits<T>;
-    if constexpr (std::is_same_v<T, std::int32_t>)
-        writeInteger(output, BE_INTEGER, value, field.minimum, field.maximum);
-    else
-        writeInteger(output, BE_INTEGER, value, Limits::min(), Limits::max());
-}
-
 }  // namespace
 
 void requireTag(BerTag tag, BerTag expected, const char* name)
@@ -101,23 +91,11 @@ void refuseNullCopy(const std::type_info& element)
               (status == 0 ? name.get() : element.name()));
 }
 
-void TextKind::write(const Field& field, const std::string& value, BerOutput& output, bool legacy)
-{
-    const BerTag tag = legacy ? BE_STRING_LEGACY : BE_STRING_CURRENT;
-    writeText(output, tag, value, field.maxLength);
-}
-
 BerChild TextKind::child(const Field& field, std::string& value, BerTag tag, bool legacy,
                          const char* /*owner*/)
 {
     requireNumberedTag(tag, legacy ? BE_STRING_LEGACY : BE_STRING_CURRENT, "BE_STRING", legacy);
     return std::make_unique<BerString>(&value, field.maxLength, tag);
-}
-
-template <class T>
-void NumberKind<T>::write(const Field& field, const T& value, BerOutput& output, bool /*legacy*/)
-{
-    writeNumber(field, value, output);
 }
 
 template <class T>
@@ -173,13 +151,12 @@ template struct NumberKind<std::int64_t>;
 template struct NumberKind<std::uint64_t>;
 
 template <class T>
-void NullableKind<T>::write(const Field& field, const Nullable<T>& value, BerOutput& output,
-                            bool legacy)
+char* NullableKind<T>::put(const Field& field, const Nullable<T>& value, BerOutput& output,
+                           char* to, bool legacy)
 {
     if (value.present)
-        writeNumber(field, value.number, output);
-    else
-        BerNull().write(output, legacy);
+        return NumberKind<T>::put(field, value.number, output, to, legacy);
+    return putNull(output, to, BE_NULL);
 }
 
 template <class T>
@@ -258,18 +235,10 @@ bool lessOwned(const BerValue* a, const BerValue* b)
     return a != nullptr && b != nullptr && *a < *b;
 }
 
-void writeOwned(const BerValue* value, const char* name, BerOutput& output, bool legacy)
+void refuseNull(const char* name)
 {
-    if (value == nullptr)
-        assertion((name == nullptr ? std::string("(*it)") : std::string("this->") + name) +
-                  " is NULL during BER write");
-    value->write(output, legacy);
-}
-
-void UnionKind::write(const Field& field, const Held<BerValue>& value, BerOutput& output,
-                      bool legacy)
-{
-    writeOwned(value.get(), field.name, output, legacy);
+    assertion((name == nullptr ? std::string("(*it)") : std::string("this->") + name) +
+              " is NULL during BER write");
 }
 
 BerChild UnionKind::child(const Field& field, Held<BerValue>& value, BerTag tag, bool legacy,

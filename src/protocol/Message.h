@@ -21,6 +21,7 @@
 
 #include "common/Held.h"
 #include "common/assertion.h"
+#include "protocol/BerEncoding.h"
 #include "protocol/BerPrimitives.h"
 #include "protocol/BerValue.h"
 
@@ -43,7 +44,8 @@ struct Schema;
 
 // What the engine can do with a field, by the kind of its member. `value` is the member's address.
 struct FieldKind {
-    void (*write)(const Field& field, const void* value, BerOutput& output, bool legacy);
+    // From `to` on, in the middle of a writer's bytes. Gives the place behind.
+    char* (*put)(const Field& field, const void* value, BerOutput& output, char* to, bool legacy);
     // A value that will read the member. `owner` is the class that the field is in.
     BerChild (*child)(const Field& field, void* value, BerTag tag, bool legacy, const char* owner);
     // As BerConstructed::readChild.
@@ -120,6 +122,10 @@ public:
     // lexicographically; what is owned, if both are there.
     bool operator<(const BerValue& other) const final;
     bool operator>(const BerValue& other) const final;
+    void write(BerOutput& output, bool legacy) const final
+    {
+        output.end(put(output, output.begin(), legacy));
+    }
 
     virtual const Schema& schema() const = 0;
 };
@@ -131,10 +137,10 @@ class MessageOf : public Message {
 public:
     std::unique_ptr<BerValue> clone() const final;
     const Schema& schema() const final;
-    void write(BerOutput& output, bool legacy) const final;
     BerChild child(std::size_t index, BerTag tag, bool legacy) final;
-    bool readChild(std::size_t index, BerTag tag, bool legacy, std::string_view content) final;
     std::size_t requiredChildren() const final;
+    bool readChild(std::size_t index, BerTag tag, bool legacy, std::string_view content) final;
+    char* put(BerOutput& output, char* to, bool legacy) const final;
 };
 
 // Says of which type a list lacks an element.
@@ -210,7 +216,12 @@ struct TextKind {
         value.append(content);
         return true;
     }
-    static void write(const Field& field, const member_t& value, BerOutput& output, bool legacy);
+    static char* put(const Field& field, const member_t& value, BerOutput& output, char* to,
+                     bool legacy)
+    {
+        const BerTag tag = legacy ? BE_STRING_LEGACY : BE_STRING_CURRENT;
+        return putText(output, to, tag, value, field.maxLength);
+    }
     static BerChild child(const Field& field, member_t& value, BerTag tag, bool legacy,
                           const char* owner);
     static bool equal(const member_t& a, const member_t& b) { return a == b; }
@@ -224,7 +235,15 @@ struct NumberKind {
     using member_t = T;
     static bool read(const Field& field, T& value, BerTag tag, bool legacy,
                      std::string_view content);
-    static void write(const Field& field, const T& value, BerOutput& output, bool legacy);
+    static char* put(const Field& field, const T& value, BerOutput& output, char* to,
+                     bool /*legacy*/)
+    {
+        using Limits = std::numeric_limits<T>;
+        if constexpr (std::is_same_v<T, std::int32_t>)
+            return putInteger(output, to, BE_INTEGER, value, field.minimum, field.maximum);
+        else
+            return putInteger(output, to, BE_INTEGER, value, Limits::min(), Limits::max());
+    }
     static BerChild child(const Field& field, T& value, BerTag tag, bool legacy, const char* owner);
     static bool equal(const T& a, const T& b) { return a == b; }
     static bool less(const T& a, const T& b) { return a < b; }
@@ -246,7 +265,8 @@ extern template struct NumberKind<std::uint64_t>;
 template <class T>
 struct NullableKind {
     using member_t = Nullable<T>;
-    static void write(const Field& field, const member_t& value, BerOutput& output, bool legacy);
+    static char* put(const Field& field, const member_t& value, BerOutput& output, char* to,
+                     bool legacy);
     static BerChild child(const Field& field, member_t& value, BerTag tag, bool legacy,
                           const char* owner);
     static bool equal(const member_t& a, const member_t& b)
@@ -278,9 +298,15 @@ struct WrappedKind {
         value = !content.empty() && content[0] != '\0';
         return true;
     }
-    static void write(const Field& /*field*/, const T& value, BerOutput& output, bool legacy)
+    static char* put(const Field& /*field*/, const T& value, BerOutput& output, char* to,
+                     bool /*legacy*/)
     {
-        Wrapper(const_cast<T*>(&value)).write(output, legacy);  // which only reads it
+        if constexpr (std::is_same_v<T, bool>)
+            return putBoolean(output, to, BE_BOOLEAN, value);
+        else if constexpr (std::is_same_v<T, double>)
+            return putReal(output, to, BE_REAL, value);
+        else
+            return putBigNum(output, to, BE_INTEGER, value);
     }
     static BerChild child(const Field& field, T& value, BerTag tag, bool legacy, const char* owner);
     static bool equal(const T& a, const T& b) { return a == b; }
@@ -323,10 +349,10 @@ public:
 template <class Enumerated>
 struct EnumeratedKind {
     using member_t = std::int32_t;
-    static void write(const Field& /*field*/, const std::int32_t& value, BerOutput& output,
-                      bool legacy)
+    static char* put(const Field& /*field*/, const std::int32_t& value, BerOutput& output, char* to,
+                     bool /*legacy*/)
     {
-        Enumerated(const_cast<std::int32_t*>(&value)).write(output, legacy);
+        return putEnumerated(output, to, BE_ENUMERATED, value);
     }
     static bool read(const Field& /*field*/, std::int32_t& value, BerTag tag, bool /*legacy*/,
                      std::string_view content)
@@ -348,14 +374,17 @@ struct EnumeratedKind {
 // What a message or an element of a list owns, of any class.
 bool equalOwned(const BerValue* a, const BerValue* b);
 bool lessOwned(const BerValue* a, const BerValue* b);
-// `name` is null for an element.
-void writeOwned(const BerValue* value, const char* name, BerOutput& output, bool legacy);
+// Says of a null that it can't be written. `name` is null for an element.
+[[noreturn]] void refuseNull(const char* name);
 template <class T>
 struct NestedKind {
     using member_t = Held<T>;
-    static void write(const Field& field, const member_t& value, BerOutput& output, bool legacy)
+    static char* put(const Field& field, const member_t& value, BerOutput& output, char* to,
+                     bool legacy)
     {
-        writeOwned(value.get(), field.name, output, legacy);
+        if (!value)
+            refuseNull(field.name);
+        return value->put(output, to, legacy);
     }
     static BerChild child(const Field& field, member_t& value, BerTag tag, bool legacy,
                           const char* /*owner*/)
@@ -378,7 +407,17 @@ struct NestedKind {
 // A value of one of several classes.
 struct UnionKind {
     using member_t = Held<BerValue>;
-    static void write(const Field& field, const member_t& value, BerOutput& output, bool legacy);
+    static char* put(const Field& field, const member_t& value, BerOutput& output, char* to,
+                     bool legacy)
+    {
+        if (!value)
+            refuseNull(field.name);
+        if (value->hasChildren())
+            return static_cast<const BerConstructed&>(*value).put(output, to, legacy);
+        output.end(to);
+        value->write(output, legacy);
+        return output.begin();
+    }
     static BerChild child(const Field& field, member_t& value, BerTag tag, bool legacy,
                           const char* owner);
     static bool equal(const member_t& a, const member_t& b) { return equalOwned(a.get(), b.get()); }
@@ -404,9 +443,10 @@ template <class List>
 struct ListKind {
     using list_t = typename List::list_t;
     using member_t = list_t;
-    static void write(const Field& /*field*/, const list_t& value, BerOutput& output, bool legacy)
+    static char* put(const Field& /*field*/, const list_t& value, BerOutput& output, char* to,
+                     bool legacy)
     {
-        List(const_cast<list_t*>(&value)).write(output, legacy);
+        return List::put(value, output, to, legacy);
     }
     static BerChild child(const Field& /*field*/, list_t& value, BerTag tag, bool legacy,
                           const char* /*owner*/)
@@ -430,8 +470,9 @@ struct ListKind {
 
 template <class Kind>
 inline constexpr FieldKind fieldKind = {
-    [](const Field& field, const void* value, BerOutput& output, bool legacy) {
-        Kind::write(field, *static_cast<const typename Kind::member_t*>(value), output, legacy);
+    [](const Field& field, const void* value, BerOutput& output, char* to, bool legacy) {
+        return Kind::put(field, *static_cast<const typename Kind::member_t*>(value), output, to,
+                         legacy);
     },
     [](const Field& field, void* value, BerTag tag, bool legacy, const char* owner) {
         return Kind::child(field, *static_cast<typename Kind::member_t*>(value), tag, legacy,

@@ -33,24 +33,28 @@ const Schema& MessageOf<Self>::schema() const
 }
 
 // The table is a constant here, so each class gets direct calls for its fields.
+template <class Self, std::size_t... I>
+char* putFields(Message& message, BerOutput& output, char* to, bool legacy,
+                std::index_sequence<I...> /*of the fields*/)
+{
+    ((to = Self::fields[I].kind->put(Self::fields[I], Self::fields[I].member(message), output, to,
+                                     legacy)),
+     ...);
+    return to;
+}
+
 template <class Self>
-void MessageOf<Self>::write(BerOutput& output, bool legacy) const
+char* MessageOf<Self>::put(BerOutput& output, char* to, bool legacy) const
 {
     constexpr BerTag current = Self::layout.tag(false);
     constexpr BerTag old = Self::layout.tag(true);
-    beginConstructed(output, legacy ? old : current);
-    if constexpr (Self::layout.fieldCount > 0) {
-        // The table serves readers too. Through it, a message that is const is only read.
-        auto& message = const_cast<MessageOf&>(*this);
-        [&]<std::size_t... I>(std::index_sequence<I...>)
-        {
-            (Self::fields[I].kind->write(Self::fields[I], Self::fields[I].member(message), output,
-                                         legacy),
-             ...);
-        }
-        (std::make_index_sequence<Self::layout.fieldCount>());
-    }
-    endContents(output);
+    constexpr std::size_t count = Self::layout.fieldCount;
+    to = putBeginning(output.reserve(to), legacy ? old : current);
+    // The table serves readers too. Through it, a message that is const is only read.
+    if constexpr (count > 0)
+        to = putFields<Self>(const_cast<MessageOf&>(*this), output, to, legacy,
+                             std::make_index_sequence<count>());
+    return putEndOfContents(output.reserve(to));
 }
 
 template <class Self>

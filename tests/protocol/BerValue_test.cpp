@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdio>
+#include <random>
 #include <sstream>
 
 namespace {
@@ -14,12 +17,16 @@ using namespace std::string_literals;
 template <class T>
 using Number = BerIntegerTemplate<T>;
 
+std::string hex(std::string_view bytes)
+{
+    std::string digits;
+    for (const char c : bytes)
+        digits += hexToString(static_cast<unsigned char>(c), 2);
+    return digits;
+}
+
 struct Sink final : BerOutput {
-    void write(const char* bytes, std::size_t count) override
-    {
-        for (; count > 0; --count)
-            digits += hexToString(static_cast<unsigned char>(*bytes++), 2);
-    }
+    void write(const char* bytes, std::size_t count) override { digits += hex({bytes, count}); }
     std::string digits;
 };
 
@@ -89,9 +96,9 @@ TEST(BerTag, IdentifierAndLengthBytes)
         l 65536 83010000 l 16777215 83ffffff l 16777216 8401000000 l 4294967295 84ffffffff)");
     std::uint32_t number = 0;
     for (std::string what, bytes; rows >> what >> number >> bytes;) {
-        Sink sink;
-        what == "t" ? writeTag(sink, number) : writeLength(sink, number);
-        EXPECT_EQ(sink.digits, bytes) << what << number;
+        char head[mostHeadBytes];
+        char* const end = what == "t" ? putTag(head, number) : putLength(head, number);
+        EXPECT_EQ(hex({head, end}), bytes) << what << number;
     }
 }
 
@@ -132,6 +139,28 @@ TEST(BerValue, BytesBothWays)
     EXPECT_EQ(written(*BerNull().clone()), "0500");
     EXPECT_EQ(feed(*std::make_unique<BerNull>(), "x"),
               "Data value exceeds maximum allowed length 1 > 0");
+}
+
+TEST(BerReal, HasTheDigitsOfPrintf)
+{
+    std::mt19937_64 source(1);
+    const auto expectDigits = [](double value) {
+        char shown[40];
+        std::snprintf(shown, sizeof shown, "%e", value);
+        const std::string bytes = unhex(written(BerReal(value)));
+        ASSERT_EQ(bytes.substr(std::min<std::size_t>(bytes.size(), 3)), shown);
+    };
+    for (int i = 0; i < 20'000; ++i) {
+        // Seven digits, and a half behind them, by all powers of ten; and what lies beside.
+        const auto digits = static_cast<double>(source() % 10'000'000) + (i % 2 == 0 ? 0.5 : 0);
+        const double near = digits * std::pow(10, i % 60 - 30);
+        for (const double value :
+             {near, -near, std::nextafter(near, 0), std::nextafter(near, 1e99)})
+            expectDigits(value == 0 ? 1 : value);
+        expectDigits(std::ldexp(static_cast<double>(source() | 1U), i % 1000 - 560));
+    }
+    for (int power = -320; power < 308; ++power)
+        expectDigits(std::pow(10, power));
 }
 
 TEST(BerValue, IntegersKeepTheirBounds)
@@ -210,17 +239,17 @@ TEST(BerSkipper, ConsumesAndRefuses)
 
 TEST(BerValue, AnIndependentReaderSeesTheSame)
 {
-    Sink sink;
-    writeTag(sink, BE_SEQ_CURRENT);
-    beginContents(sink);
-    sink.digits += written(Number<int>(-129)) + written(Number<unsigned long>(UINT64_MAX)) +
-                   written(BerBigNum(BigNum(0x01020304))) + written(CheckType(200)) +
-                   written(BerBoolean(true)) + written(BerNull()) + written(BerString("abc", 3)) +
-                   written(BerString("", 0)) + written(BerString("abc", 3, BE_STRING_LEGACY));
-    endContents(sink);
+    char ends[4];
+    char* const begun = putBeginning(ends, BE_SEQ_CURRENT);
+    const std::string digits =
+        hex({ends, begun}) + written(Number<int>(-129)) +
+        written(Number<unsigned long>(UINT64_MAX)) + written(BerBigNum(BigNum(0x01020304))) +
+        written(CheckType(200)) + written(BerBoolean(true)) + written(BerNull()) +
+        written(BerString("abc", 3)) + written(BerString("", 0)) +
+        written(BerString("abc", 3, BE_STRING_LEGACY)) + hex({begun, putEndOfContents(begun)});
     support::Process shell(
         {"/bin/sh", {"-c", "openssl asn1parse -inform DER | cut -c28- | tr -d ' \n'"}});
-    shell.sendBytes(unhex(sink.digits));
+    shell.sendBytes(unhex(digits));
     shell.closeInput();
     EXPECT_EQ(shell.waitForEnd().output,
               ":SEQUENCE:INTEGER:-81:INTEGER:FFFFFFFFFFFFFFFF:INTEGER:01020304:ENUMERATED:C8"

@@ -181,6 +181,51 @@ TEST(Messages, AllComeBackFromTheirBytes)
     }
 }
 
+// Lends memory piece by piece, each of this size and with an end that a fault shows at.
+struct Pieces final : BerOutput {
+    explicit Pieces(std::size_t each) : size(each) { lend(); }
+    void write(const char* more, std::size_t count) override
+    {
+        collect();
+        bytes.append(more, count);
+        lend();
+    }
+    void lend()
+    {
+        area = std::make_unique<char[]>(size);
+        next = area.get();
+        limit = next + size;
+    }
+    const std::string& collect()
+    {
+        return bytes.append(area.get(), std::exchange(next, area.get()));
+    }
+    std::size_t size;
+    std::unique_ptr<char[]> area;
+    std::string bytes;
+};
+
+TEST(Messages, AreWrittenIntoMemoryOfAnySize)
+{
+    constexpr std::size_t sizes[] = {1, 2, 3, 143, 144, 145, 287, 288, 289, 1000, 100'000};
+    for (const auto& [name, example] : catalogue().examples) {
+        const Owned value = example->clone();
+        RandomMessage(7).fill(dynamic_cast<Message&>(*value));
+        for (const std::size_t size : sizes) {
+            Pieces pieces(size);
+            value->write(pieces, false);
+            EXPECT_TRUE(pieces.collect() == written(*value, false)) << name << size;
+        }
+    }
+    ServerNamePort unset;  // the port is out of its bounds, the name in front of it goes out
+    unset.text0 = "ab";
+    for (const std::size_t size : sizes) {
+        Pieces pieces(size);
+        EXPECT_THROW(unset.write(pieces, false), EBer);
+        EXPECT_EQ(pieces.collect(), unhex("30 80 04 02 61 62")) << size;
+    }
+}
+
 TEST(Messages, BreakAlikeWholeAndInBytes)
 {
     std::mt19937 source(1);
