@@ -109,6 +109,7 @@ class BerBoolean final : public BerShortField<bool> {
 public:
     explicit BerBoolean(bool* field, BerTag tag = BE_BOOLEAN);
     explicit BerBoolean(bool initial, BerTag tag = BE_BOOLEAN);
+    explicit BerBoolean(const void* notBool, BerTag tag = BE_BOOLEAN) = delete;
     std::unique_ptr<BerValue> clone() const override;
     void readDone() override;
     void write(BerOutput& output, bool legacy) const override;

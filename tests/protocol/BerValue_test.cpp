@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <random>
 #include <sstream>
+#include <thread>
 
 namespace {
 
@@ -215,6 +216,54 @@ TEST(BerValue, Comparisons)
     EXPECT_EQ(relation(BerString("", 1), BerNull()), "");
     EXPECT_EQ(relation(*unset, *unset), "==");
     EXPECT_EQ(relation(*unset, BerString("", 1)), "");
+}
+
+// A pointer is no truth value: BerBoolean would own a true instead of viewing the field.
+static_assert(!std::is_constructible_v<BerBoolean, const bool*>);
+static_assert(!std::is_constructible_v<BerBoolean, int*>);
+
+struct Wide final : BerEnumeratedOf<Wide> {
+    using BerEnumeratedOf::BerEnumeratedOf;
+    char rest[300] = {};  // more than what is kept for others
+};
+
+// Without sanitizers, values are made in the memory of others that are gone.
+TEST(BerValue, MemoryIsUsedAgainByOneValueAtATime)
+{
+    const auto make = [](std::uint32_t seed) -> std::unique_ptr<BerValue> {
+        if (seed % 5 == 0)
+            return Number<unsigned>(seed).clone();
+        if (seed % 5 == 1)
+            return BerReal(seed).clone();
+        if (seed % 5 == 2)
+            return BerString(std::string(seed % 60, 'x') + std::to_string(seed), 99).clone();
+        if (seed % 5 == 3) {
+            Check check;
+            check.text0 = std::to_string(seed);
+            return check.clone();
+        }
+        return Wide(static_cast<std::int32_t>(seed)).clone();
+    };
+    std::mt19937 source(1);
+    std::vector<std::pair<std::unique_ptr<BerValue>, std::uint32_t>> values;
+    // At its most, more than the bound of what is kept. One thread goes on with the values of
+    // the one before.
+    const auto run = [&] {
+        for (const std::size_t count : {5'000, 10, 50'000, 1'000}) {
+            while (values.size() < count) {
+                const auto seed = static_cast<std::uint32_t>(source());
+                values.emplace_back(make(seed), seed);
+            }
+            while (values.size() > count) {
+                std::swap(values[source() % values.size()], values.back());
+                ASSERT_TRUE(*values.back().first == *make(values.back().second));
+                values.pop_back();
+            }
+        }
+    };
+    for (int i = 0; i < 2; ++i)
+        std::thread(run).join();
+    run();
 }
 
 TEST(BerSkipper, ConsumesAndRefuses)
