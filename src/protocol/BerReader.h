@@ -15,8 +15,9 @@
 // being read is kept. A length takes no memory before the value's own maximum has been checked, so
 // a peer can't make the reader take more than what it sends, and what its messages may hold. That
 // can be 48 times its bytes: an empty text in a list has 2 bytes on the wire, and 32 in memory, three
-// times over while the list grows. So whoever reads from strangers sets a size of messages that it
-// can afford, 48 times.
+// times over while the list grows. The size of messages that is the default, 16 MiB, leaves room for
+// seven of the longest texts (2 MiB) or 25,000 objects with ten properties, and costs 768 MiB at the
+// worst. Whoever reads from many strangers at once sets one that it can afford, 48 times for each.
 //
 // Constructed values may have a definite length too, though writers of this protocol use none. How
 // deep values are within each other costs no stack of the process.
@@ -44,7 +45,7 @@ public:
         // Of values within each other. The message has depth 1, its children depth 2.
         unsigned depth = 64;
         // Of a message with its tag and length, in bytes.
-        std::uint64_t messageSize = std::uint64_t{64} << 20U;
+        std::uint64_t messageSize = std::uint64_t{16} << 20U;
     };
 
     // The factory must outlive the reader.

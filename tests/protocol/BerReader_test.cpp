@@ -176,6 +176,8 @@ TEST(BerReader, BoundsDepthAndSize)
         {unhex("61 80 00 00 61 06"), 7, "Message exceeds allowed size 8 > 7 @5"},
         {skipped + unhex("04 84 FF FF FF FF"), 99, "size 4294967309 > 99 @9"},
         {unhex("61"), 0, "Message exceeds allowed size 2 > 0 @1"},
+        {unhex("61 84 00 FF FF FB"), BerReader::Limits().messageSize,
+         "size 16777217 > 16777216 @1"},
     };
     for (const auto& [bytes, size, end] : cases)
         EXPECT_THAT(read(bytes, {.messageSize = size}), testing::EndsWith(end));
