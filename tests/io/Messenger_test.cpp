@@ -320,6 +320,21 @@ TEST(Messenger, LetsAChildGoWhenNothingIsLeftBetweenItAndItsPeers)
     EXPECT_EQ(trace.str().find("SiblingDied"), std::string::npos) << trace.str();
 }
 
+// Who asks for a connection when the other's shutdown has begun is told that the other is dead.
+TEST(Messenger, LetsAChildGoThatCouldNotBeReachedAnyMore)
+{
+    Group group;
+    put(group.out(2, 1), "never announced");
+    group[1].shutDown();
+    group.settle();
+    EXPECT_FALSE(group[1].isShutdownAcknowledged());
+    group[0].deliver(group[0].findSibling(2),
+                     ControlMessage::ofSibling(ControlMessage::SiblingDied, 1, 0));
+    group.settle();
+    EXPECT_TRUE(group[1].isShutdownAcknowledged());
+    EXPECT_EQ(group.used(2), 0);
+}
+
 TEST(Messenger, CountsALostPeerAsAnAnswer)
 {
     Group group;

@@ -574,6 +574,8 @@ void SiblingMessenger::lose(SiblingImplementation* peer)
     siblingGone(peer);
     // What it held back can go now.
     writeOthers();
+    // What waited for it alone, as a connection refused during its shutdown, is not pending any more.
+    smQueueUpdated(peer->istream.get());
 }
 
 // Of a child: the area of a sibling that has ended is to be used again.
