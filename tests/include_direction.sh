@@ -14,6 +14,7 @@ allowed() {
         queues) echo "queues io types common platform" ;;
         checks) echo "checks queues io types common platform" ;;
         dump) echo "dump protocol queues io types common platform" ;;
+        siblings) echo "siblings io common platform" ;;
         parent) echo "parent dump queues io types common platform" ;;
         *) echo "unknown folder $1" >&2; exit 1 ;;
     esac

@@ -79,6 +79,13 @@ public:
     {
         return *(*this)[at].findSibling(from)->istream;
     }
+    // Leaves no room in the FIFO.
+    void fill(std::size_t id)
+    {
+        const std::string filling(4096, '\x18');  // SiblingAt, from 0x18181818: no meaning
+        while (write(writeEnd(id), filling.data(), filling.size()) > 0) {
+        }
+    }
     void kill(std::size_t id)
     {
         selector.remove(members.at(id).front.get());
@@ -223,11 +230,8 @@ TEST(Messenger, HoldsTheOrderAcrossPeersAndNeverSplitsARecord)
     group.connect(3, 1);
     put(group.out(2, 1), "to be acknowledged");
     group.settle();
-    // The FIFO of 2 is full, so nothing that comes behind a message for it may leave.
-    const int full = group.writeEnd(2);
-    const std::string filling(4096, '\x18');  // SiblingAt, from 0x18181818: no meaning
-    while (write(full, filling.data(), filling.size()) > 0) {
-    }
+    // Nothing that comes behind a message for 2 may leave.
+    group.fill(2);
     put(group.out(1, 2), "for 2");
     put(group.out(1, 3), "for 3");
     EXPECT_EQ(take(group.in(1, 2)), "to be acknowledged");
@@ -318,6 +322,48 @@ TEST(Messenger, LetsAChildGoWhenNothingIsLeftBetweenItAndItsPeers)
     group[0].siblingGone(group[0].findSibling(1));
     io::SiblingMessenger::trace = nullptr;
     EXPECT_EQ(trace.str().find("SiblingDied"), std::string::npos) << trace.str();
+}
+
+TEST(Messenger, ShutsDownBehindWhatWaitsForAConnection)
+{
+    Group group;
+    put(group.out(1, 2), "to be connected");
+    put(group.out(1, 3), "to nobody");
+    group[1].shutDown();
+    group.settle();
+    group.connect(1, 2);
+    EXPECT_TRUE(group.parentSide.shutdown_waits.empty());
+    group[1].siblingGone(group[1].findSibling(3));
+    group.settle();
+    EXPECT_TRUE(group.parentSide.shutdown_waits[1].contains(2));
+    EXPECT_EQ(take(group.in(2, 1)), "to be connected");
+    group.settle();
+    EXPECT_TRUE(group[1].isShutdownAcknowledged());
+
+    put(group.out(2, 3), "to be connected by nobody");
+    group[2].siblingGone(group[2].findSibling(0));
+    group[2].shutDown();
+    EXPECT_TRUE(group[2].isShutdownAcknowledged());
+}
+
+TEST(Messenger, LetsAChildGoWhenTheLastAcknowledgementHasLeft)
+{
+    Group group;
+    group.connect(1, 3);
+    group.connect(1, 2);
+    group.connect(3, 1);
+    put(group.out(3, 1), "to be acknowledged");
+    group[3].shutDown();
+    for (const std::size_t id : {0U, 1U, 2U, 0U})
+        group[id].drainIncoming();
+    group.fill(2);
+    put(group.out(1, 2), "holds all back");
+    EXPECT_EQ(take(group.in(1, 3)), "to be acknowledged");
+    group[0].drainIncoming();
+    EXPECT_TRUE(group.parentSide.shutdown_waits[3].contains(1));
+    group.settle();
+    EXPECT_TRUE(group[3].isShutdownAcknowledged());
+    EXPECT_EQ(group.used(3), 0);
 }
 
 // Who asks for a connection when the other's shutdown has begun is told that the other is dead.

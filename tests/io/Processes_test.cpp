@@ -7,17 +7,20 @@
 #include "tests/io/SiblingTraffic.h"
 #include "tests/support/Process.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
+#include <map>
 #include <set>
 
 namespace {
 
+using io::ControlMessage;
 using traffic::Kind;
 
 struct ChannelEnds {
@@ -225,62 +228,115 @@ TEST(SiblingProcesses, GoOnWhileOthersAreKilledAtAnyMoment)
     }
 }
 
-// Children that are played here, and of which one doesn't look at its channel for long.
+// Children that are played here, record by record.
+class PlayedChildren {
+public:
+    using Received = platform::Channel::Received;
+
+    explicit PlayedChildren(std::uint32_t count)
+        : parent({.children = count, .parentArea = 4096, .childArea = 64})
+    {
+        selector.add(&parent.some_sibling, 0);
+        for (std::uint32_t i = 0; i != count; ++i) {
+            ChannelEnds ends;
+            const std::int32_t id = parent.adopt(std::move(ends.ours), getpid());
+            EXPECT_TRUE(channels[id].adopt(std::move(ends.theirs)));
+            EXPECT_EQ(receive(id), Received::message);
+            EXPECT_TRUE(message.kind == io::ChannelMessage::welcome && message.id == id);
+            fifos[id] = std::move(descriptors.at(1));
+        }
+        toParent = std::move(descriptors.at(2));
+    }
+
+    Received receive(std::int32_t id)
+    {
+        return channels[id].receive(&message, sizeof message, &descriptors);
+    }
+    void send(std::int32_t from, ControlMessage::Kind kind, std::int32_t about)
+    {
+        const auto record = ControlMessage::ofSibling(kind, about, from);
+        EXPECT_EQ(write(toParent.get(), &record, sizeof record), 8);
+    }
+    // What the parent has sent to a child; there must be something.
+    std::vector<ControlMessage::Kind> records(std::int32_t id)
+    {
+        std::array<ControlMessage, 16> all;
+        const ssize_t count = read(fifos[id].get(), all.data(), sizeof all);
+        std::vector<ControlMessage::Kind> kinds;
+        for (std::size_t i = 0; i != static_cast<std::size_t>(count) / sizeof all[0]; ++i)
+            kinds.push_back(all.at(i).kind());
+        return kinds;
+    }
+    void settle()
+    {
+        for (int round = 0; round != 4; ++round)
+            fakes::thrown([&] { selector.pollImpl(true); });
+    }
+
+    io::ChannelMessage message{};  // the latest one that was received
+    std::vector<platform::OwnedDescriptor> descriptors;
+
+private:
+    io::SiblingParent parent;
+    io::Selector<int> selector;
+    std::map<std::int32_t, platform::Channel> channels;
+    std::map<std::int32_t, platform::OwnedDescriptor> fifos;
+    platform::OwnedDescriptor toParent;
+};
+
+// One doesn't look at its channel for long.
 TEST(SiblingProcesses, AreIntroducedInOrderThroughAFullChannel)
 {
     using Received = platform::Channel::Received;
     platform::raiseDescriptorLimit();
     constexpr std::int32_t count = 400;
-    io::SiblingParent parent({.children = count, .parentArea = 4096, .childArea = 64});
-    io::Selector<int> selector;
-    selector.add(&parent.some_sibling, 0);
-    std::vector<platform::Channel> channels(count + 1);
-    io::ChannelMessage message{};
-    std::vector<platform::OwnedDescriptor> descriptors;
-    std::vector<platform::OwnedDescriptor> fifos;
-    for (std::int32_t id = 1; id <= count; ++id) {
-        ChannelEnds ends;
-        ASSERT_EQ(parent.adopt(std::move(ends.ours), getpid()), id);
-        platform::Channel& channel = channels.at(static_cast<std::size_t>(id));
-        ASSERT_TRUE(channel.adopt(std::move(ends.theirs)));
-        ASSERT_EQ(channel.receive(&message, sizeof message, &descriptors), Received::message);
-        EXPECT_TRUE(message.kind == io::ChannelMessage::welcome && message.id == id);
-        fifos.push_back(std::move(descriptors.at(1)));
-        const auto request = io::ControlMessage::ofSibling(io::ControlMessage::RequestPeer, 1, id);
-        if (id != 1) {
-            ASSERT_EQ(write(descriptors.at(2).get(), &request, sizeof request), 8);
-        }
-    }
+    PlayedChildren children(count);
+    for (std::int32_t id = 2; id <= count; ++id)
+        children.send(id, ControlMessage::RequestPeer, 1);
     // Each caller is told only when the host has been.
     const auto hostsTold = [&] {
         std::int32_t told = 0;
-        for (std::size_t id = 2; id <= count; ++id) {
-            while (channels.at(id).receive(&message, sizeof message, &descriptors) ==
-                   Received::message) {
-                EXPECT_TRUE(message.kind == io::ChannelMessage::host && message.id == 1);
+        for (std::int32_t id = 2; id <= count; ++id) {
+            while (children.receive(id) == Received::message) {
+                EXPECT_EQ(children.message.kind, io::ChannelMessage::host);
+                EXPECT_EQ(children.message.id, 1);
                 ++told;
             }
         }
         return told;
     };
-    const auto settle = [&] {
-        for (int round = 0; round != 4; ++round)
-            fakes::thrown([&] { selector.pollImpl(true); });
-    };
-    settle();
+    children.settle();
     const std::int32_t before = hostsTold();
     EXPECT_TRUE(before > 0 && before < count - 1) << before;
     for (std::int32_t caller = 2; caller <= count; ++caller) {
-        if (channels[1].receive(&message, sizeof message, &descriptors) == Received::nothing) {
-            settle();
-            ASSERT_EQ(channels[1].receive(&message, sizeof message, &descriptors),
-                      Received::message);
+        if (children.receive(1) == Received::nothing) {
+            children.settle();
+            ASSERT_EQ(children.receive(1), Received::message);
         }
-        EXPECT_TRUE(message.kind == io::ChannelMessage::caller && message.id == caller);
-        EXPECT_EQ(descriptors.size(), 1U);
+        EXPECT_EQ(children.message.kind, io::ChannelMessage::caller);
+        EXPECT_EQ(children.message.id, caller);
+        EXPECT_EQ(children.descriptors.size(), 1U);
     }
-    settle();
+    children.settle();
     EXPECT_EQ(before + hostsTold(), count - 1);
+}
+
+// Who has been introduced to it can have sent something: that must not be taken back.
+TEST(SiblingProcesses, AreNotIntroducedToOneThatShutsDown)
+{
+    using testing::ElementsAre;
+    PlayedChildren children(3);
+    children.send(2, ControlMessage::RequestPeer, 1);
+    children.send(1, ControlMessage::InitShutdown, 1);
+    children.send(2, ControlMessage::RequestPeer, 1);
+    children.send(3, ControlMessage::RequestPeer, 1);
+    children.settle();
+    EXPECT_EQ(children.receive(1), platform::Channel::Received::message);
+    EXPECT_EQ(children.receive(2), platform::Channel::Received::message);
+    EXPECT_EQ(children.receive(3), platform::Channel::Received::nothing);
+    EXPECT_THAT(children.records(2), ElementsAre(ControlMessage::InitShutdown));
+    EXPECT_THAT(children.records(3),
+                ElementsAre(ControlMessage::InitShutdown, ControlMessage::SiblingDied));
 }
 
 TEST(SiblingProcesses, EndWithTheirParent)

@@ -112,6 +112,7 @@ void SiblingMessenger::announceQueued(SiblingImplementation* peer)
             break;
         deliver(peer, ControlMessage::ofOffset(ControlMessage::MessageAt, offset, my_id));
     }
+    announceShutdown();
 }
 
 void SiblingMessenger::holdFifo(std::int32_t id, platform::Handle fifo)
@@ -240,13 +241,14 @@ void SiblingMessenger::fifoReadyForWriting(SiblingImplementation* peer)
         }
         if (writeRecords(peer)) {
             setFifoWatch(peer, false);
-            if (!unflushed_sibling)
-                return;
-            if (unflushed_sibling != peer)
-                assertion("We are writing, but the unflushed sibling is not us!");
-            traceLine(" Write completely flushed from id ", peer->id);
-            unflushed_sibling = nullptr;
-            writeOthers();
+            if (unflushed_sibling) {
+                if (unflushed_sibling != peer)
+                    assertion("We are writing, but the unflushed sibling is not us!");
+                traceLine(" Write completely flushed from id ", peer->id);
+                unflushed_sibling = nullptr;
+                writeOthers();
+            }
+            letGoIfDone(peer);  // the last acknowledgement can have waited for its turn
             return;
         }
         traceLine(" Write flush not ready! No write from ", peer->id);
@@ -484,8 +486,7 @@ void SiblingMessenger::smQueueUpdated(SiblingIStream* stream)
             });
     stream->ready = stream->curr_msg != rmsgs.end();
     some_sibling.ready = !rmsgs.empty();
-    if (peer->awaiting_acks && !hasPending(*peer))
-        letGo(peer);
+    letGoIfDone(peer);
 }
 
 bool SiblingMessenger::hasUnread(std::int32_t id) const
@@ -501,7 +502,8 @@ bool SiblingMessenger::hasPending(const SiblingImplementation& peer) const
     const auto isOf = [&peer](const auto& entry) {
         return entry.first == peer.id;
     };
-    return !peer.unordered.empty() || std::any_of(ordered.begin(), ordered.end(), isOf) ||
+    return unflushed_sibling == &peer || !peer.unordered.empty() ||
+           std::any_of(ordered.begin(), ordered.end(), isOf) ||
            std::any_of(rmsgs.begin(), rmsgs.end(),
                        [&peer](const SiblingMessage& m) { return m.from == peer.id; }) ||
            std::any_of(unacked.begin(), unacked.end(),
@@ -574,13 +576,16 @@ void SiblingMessenger::lose(SiblingImplementation* peer)
     siblingGone(peer);
     // What it held back can go now.
     writeOthers();
-    // What waited for it alone, as a connection refused during its shutdown, is not pending any more.
+    // What waited for it alone, as a connection refused during its shutdown, is no longer pending.
     smQueueUpdated(peer->istream.get());
 }
 
 // Of a child: the area of a sibling that has ended is to be used again.
 void SiblingMessenger::areaAsked(std::int32_t id)
 {
+    // What was written to it after it had been let go is dropped.
+    if (const auto found = siblings.find(id); found != siblings.end())
+        lose(found->second);
     asked_areas.emplace(id, false);
     answerForArea(id);
     // Those that nobody uses any more.
@@ -631,6 +636,7 @@ void SiblingMessenger::dropUnacked(SiblingImplementation* peer)
         entry = unacked.erase(entry);
         release(offset);
     }
+    announceShutdown();
 }
 
 void SiblingMessenger::tellOfDeath(const SiblingImplementation& dead)
@@ -675,6 +681,22 @@ void SiblingMessenger::shutDown()
     if (shutdown_state)
         return;
     shutdown_state = std::make_unique<ShutdownState>();
+    announceShutdown();
+}
+
+// Behind all messages: what still waits for a connection would come when its reader has let this
+// process go, and could not acknowledge it any more.
+void SiblingMessenger::announceShutdown()
+{
+    if (!shutdown_state || shutdown_state->announced)
+        return;
+    const bool isWaiting = std::any_of(siblings.begin(), siblings.end(), [](const auto& entry) {
+        return !entry.second->ostream.queued.empty();
+    });
+    // Without a parent nobody connects them.
+    if (isWaiting && findSibling(0)->fifo_writer.open)
+        return;
+    shutdown_state->announced = true;
     try {
         toParent(ControlMessage::ofSibling(ControlMessage::InitShutdown, my_id, my_id));
     } catch (const ENoConnection&) {
@@ -720,9 +742,11 @@ void SiblingMessenger::shutdownBegins(const ControlMessage& message)
     }
 }
 
-// Of a child: nothing is left between it and a peer that shuts down.
-void SiblingMessenger::letGo(SiblingImplementation* peer)
+// Of a child: tells the parent once nothing is left between it and a peer that shuts down.
+void SiblingMessenger::letGoIfDone(SiblingImplementation* peer)
 {
+    if (!peer->awaiting_acks || hasPending(*peer))
+        return;
     traceLine(": ID: ", my_id, " got ack for all messages, allowing ", peer->id, " to shutdown");
     peer->awaiting_acks = false;
     try {

@@ -214,8 +214,8 @@ public:
     void openFifo(std::int32_t id, platform::Handle fifo);
     // The same, for who asked for the connection: tells the peer first that it is up.
     void greet(std::int32_t id, platform::Handle fifo);
-    // For the other side: keeps the end until the peer has told that it is up. Before that it has no FIFO to this
-    // process, and could not acknowledge what is written to it.
+    // For the other side: keeps the end until the peer has told that it is up. Before that it has no
+    // FIFO to this process, and could not acknowledge what is written to it.
     void holdFifo(std::int32_t id, platform::Handle fifo);
     bool isConnected(std::int32_t id) const;
 
@@ -247,6 +247,7 @@ private:
     friend class SiblingOStream;
     friend class Sibling;
     struct ShutdownState {
+        bool announced = false;
         bool acknowledged = false;
     };
 
@@ -293,7 +294,7 @@ private:
     void dropUnacked(SiblingImplementation* peer);
     void release(std::uint64_t offset);
     void smQueueUpdated(SiblingIStream* stream);
-    void letGo(SiblingImplementation* peer);
+    void letGoIfDone(SiblingImplementation* peer);
     bool hasPending(const SiblingImplementation& peer) const;
     void setUnconnectedReady(bool isReady);
     bool anyWriting() const;
@@ -303,6 +304,7 @@ private:
     void received(const ControlMessage& message);
     void messageCame(const ControlMessage& message);
     void acknowledged(const ControlMessage& message);
+    void announceShutdown();
     void endShutdown();
     void shutdownBegins(const ControlMessage& message);
     void shutdownAnswered(const ControlMessage& message);

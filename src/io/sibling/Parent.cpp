@@ -237,6 +237,10 @@ void SiblingParent::requestPeer(std::int32_t target, std::int32_t requester)
     Child* const host = findLiving(target);
     if (!caller)
         return;
+    // They have been introduced, or will be. A host in its shutdown waits for the requester, and can
+    // have messages of it in its FIFO already.
+    if (host && host->peers.contains(requester) && findSibling(target)->fifo_writer.open)
+        return;
     if (!host || !isConnected(target)) {
         try {
             deliver(findSibling(requester),
@@ -246,8 +250,7 @@ void SiblingParent::requestPeer(std::int32_t target, std::int32_t requester)
         }
         return;
     }
-    if (!host->peers.insert(requester).second)
-        return;  // under way already
+    host->peers.insert(requester);
     caller->peers.insert(target);
     host->outbox.push_back({.kind = ChannelMessage::caller, .peer = requester});
     introduce(*host);
