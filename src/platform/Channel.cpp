@@ -95,9 +95,10 @@ bool Channel::send(const void* data, std::size_t size, std::span<const int> desc
     while (sent < 0 && errno == EINTR);
     if (sent >= 0)
         return true;
-    // ETOOMANYREFS: too many descriptors are on their way, and the next message taken is one less.
-    if (errno == EAGAIN || errno == ETOOMANYREFS)
+    if (errno == EAGAIN)
         setLastError(ERROR_IO_PENDING);
+    else if (errno == ETOOMANYREFS)
+        setLastError(ERROR_TOO_MANY_OPEN_FILES);
     else if (errno == EPIPE || errno == ECONNRESET)
         setLastError(ERROR_BROKEN_PIPE);
     else

@@ -39,7 +39,9 @@ public:
     bool isOpen() const { return socket != 0; }
 
     // The descriptors stay the caller's. False with getLastError() set: ERROR_IO_PENDING if the
-    // channel is full, ERROR_BROKEN_PIPE if the other end is closed.
+    // channel is full, ERROR_BROKEN_PIPE if the other end is closed, ERROR_TOO_MANY_OPEN_FILES if
+    // as many descriptors are on their way, over all channels of the user, as this process may have
+    // open. Nothing tells when there are fewer.
     bool send(const void* data, std::size_t size, std::span<const int> descriptors);
     // Takes the next message. One that isn't `size` bytes long fails with WSAEMSGSIZE, and so
     // does one with more than mostDescriptors; nothing of it is left open then.

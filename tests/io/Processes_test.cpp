@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -319,6 +320,30 @@ TEST(SiblingProcesses, AreIntroducedInOrderThroughAFullChannel)
     }
     children.settle();
     EXPECT_EQ(before + hostsTold(), count - 1);
+}
+
+// The system lets so many descriptors be on their way as the process may have open, unless it is a
+// privileged one.
+TEST(SiblingProcesses, AreIntroducedWhenFewerDescriptorsAreOnTheirWay)
+{
+    constexpr std::int32_t count = 40;
+    PlayedChildren children(count);
+    for (std::int32_t id = 2; id <= count; ++id)
+        children.send(id, ControlMessage::RequestPeer, 1);
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit few{.rlim_cur = 4, .rlim_max = usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    children.settle();
+    setrlimit(RLIMIT_NOFILE, &usual);
+    const support::Deadline limit = support::usualLimit();
+    std::int32_t met = 0;
+    while (met != count - 1 && std::chrono::steady_clock::now() < limit) {
+        children.settle();
+        for (std::int32_t id = 2; id <= count; ++id)
+            met += children.receive(id) == platform::Channel::Received::message ? 1 : 0;
+    }
+    EXPECT_EQ(met, count - 1);
 }
 
 // Who has been introduced to it can have sent something: that must not be taken back.

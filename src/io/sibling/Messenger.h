@@ -316,8 +316,8 @@ private:
     void answerForArea(std::int32_t id);
 
     std::list<SiblingMessage> rmsgs;
-    std::map<std::int32_t, platform::Handle> held;  // FIFOs to peers that are not up yet
-    std::map<std::int32_t, bool> asked_areas;       // by the ended sibling: whether answered
+    std::map<std::int32_t, platform::Handle> held;        // FIFOs to peers that are not up yet
+    std::map<std::int32_t, bool> asked_areas;             // by the ended sibling: whether answered
     SiblingImplementation* unnotified_sibling = nullptr;  // whose message is being written
     PipeIStream incoming_fifo;
     std::string record_rest;  // of a record that has come in part

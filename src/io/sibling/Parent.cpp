@@ -268,7 +268,9 @@ void SiblingParent::introduce(Child& child)
             const int fifo[] = {peer->fifo.get()};
             if (!child.channel.send(&message, sizeof message, fifo)) {
                 const bool isFull = platform::getLastError() == platform::ERROR_IO_PENDING;
-                if (!isFull)
+                if (platform::getLastError() == platform::ERROR_TOO_MANY_OPEN_FILES)
+                    introduceLater();
+                else if (!isFull)
                     child.outbox.clear();  // it ends, which will be noticed
                 watchUnderlying(child.room.get(), isFull);
                 return;
@@ -283,10 +285,26 @@ void SiblingParent::introduce(Child& child)
     watchUnderlying(child.room.get(), false);
 }
 
+// Nothing tells when there are fewer descriptors on their way.
+void SiblingParent::introduceLater()
+{
+    constexpr double pause = 0.02;  // seconds
+    introduce_again.when = Time::now() + Time(pause);
+    watchUnderlying(&introduce_again, true);
+}
+
 // ---- They end ----------------------------------------------------------------------------------
 
 void SiblingParent::otherIsReady(Selectable* u)
 {
+    if (u == &introduce_again) {
+        watchUnderlying(&introduce_again, false);
+        for (const auto& [id, child] : children) {
+            if (!child->ended)
+                introduce(*child);
+        }
+        return;
+    }
     for (const auto& [id, child] : children) {
         if (u == child->end.get()) {
             processEnded(*child);

@@ -22,6 +22,7 @@
 // the next child once nobody reads in it any more.
 #pragma once
 
+#include "io/Timer.h"
 #include "io/sibling/Messenger.h"
 #include "platform/OwnedDescriptor.h"
 #include "platform/Process.h"
@@ -94,10 +95,12 @@ private:
     void welcome(Child& child);
     Child* findLiving(std::int32_t id) const;
     void introduce(Child& child);
+    void introduceLater();
     void processEnded(Child& child);
     void askReaders(Child& ended);
     void dropEnded();
 
+    Timer introduce_again;
     std::vector<bool> area_used;
     std::map<std::int32_t, std::unique_ptr<Child>> children;
     std::int32_t last_id = 0;
