@@ -265,6 +265,17 @@ TEST(Messenger, TellsTheEndOfAParentBehindItsMessages)
     EXPECT_NO_THROW(put(group.out(1, 2), "to whom nobody leads any more"));
 }
 
+// The broken FIFO can be noticed first.
+TEST(Messenger, TellsTheEndOfAChildBehindWhatIsStillOnItsWay)
+{
+    Group group;
+    put(group.out(1, 0), "last words");
+    group[0].siblingGone(group[0].findSibling(1));
+    EXPECT_EQ(take(group.in(0, 1)), "last words");
+    EXPECT_EQ(thrown([&] { take(group.in(0, 1)); }),
+              "EOS from SiblingIStream[1] (readBegin encountered the null message)");
+}
+
 TEST(Messenger, FreesWhatALostSiblingHadNotRead)
 {
     Group group;
@@ -378,6 +389,19 @@ TEST(Messenger, LetsAChildGoThatCouldNotBeReachedAnyMore)
                      ControlMessage::ofSibling(ControlMessage::SiblingDied, 1, 0));
     group.settle();
     EXPECT_TRUE(group[1].isShutdownAcknowledged());
+    EXPECT_EQ(group.used(2), 0);
+}
+
+TEST(Messenger, TellsOfADeathInTheMiddleOfAShutdown)
+{
+    Group group;
+    group.connect(1, 2);
+    group.connect(2, 1);
+    put(group.out(2, 1), "never read");
+    group[1].shutDown();
+    group.settle();
+    group[0].siblingGone(group[0].findSibling(1));
+    group.settle();
     EXPECT_EQ(group.used(2), 0);
 }
 
