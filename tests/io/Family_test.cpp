@@ -124,7 +124,7 @@ TEST(SiblingFamily, KeepsAnAreaUntilAllHaveReadIt)
     EXPECT_EQ(thrown([&] { family.add(); }), allUsed);
     EXPECT_EQ(take(*family.parent.findSibling(writer)->istream), "for the parent");
     family.settle();
-    EXPECT_EQ(thrown([&] { family.add(); }), allUsed);
+    EXPECT_EQ(thrown([&] { family.add(); }), allUsed) << "the reader has not read";
     io::SiblingIStream& stream = *family[reader].findSibling(writer)->istream;
     char* data = nullptr;
     EXPECT_EQ(stream.readBegin(&data), 14U);
@@ -140,6 +140,18 @@ TEST(SiblingFamily, KeepsAnAreaUntilAllHaveReadIt)
     EXPECT_EQ(thrown([&] { family.add(); }), allUsed);
     handle.reset();
     EXPECT_EQ(thrown([&] { family.add(); }), allUsed);
+}
+
+TEST(SiblingFamily, KeepsAnAreaUntilTheParentHasReadIt)
+{
+    Family family(2);
+    const std::int32_t writer = family.add();
+    family.add();
+    put(family[writer].findSibling(0)->ostream, "for the parent");
+    family.kill(writer);
+    EXPECT_EQ(thrown([&] { family.add(); }), allUsed);
+    EXPECT_EQ(take(*family.parent.findSibling(writer)->istream), "for the parent");
+    EXPECT_NO_THROW(family.add());
 }
 
 // Before that it could not acknowledge.
