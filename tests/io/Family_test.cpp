@@ -154,6 +154,27 @@ TEST(SiblingFamily, KeepsAnAreaUntilTheParentHasReadIt)
     EXPECT_NO_THROW(family.add());
 }
 
+TEST(SiblingFamily, WritesNoMoreToOneThatHasBeenLetGo)
+{
+    Family family(2);
+    const std::int32_t writer = family.add();
+    const std::int32_t leaving = family.add();
+    family.connect(writer, leaving);
+    family[leaving].shutDown();
+    family.settle();
+    EXPECT_TRUE(family[leaving].isShutdownAcknowledged());
+    // Its area gets full, and has room again.
+    io::OStream& toParent = family[writer].findSibling(0)->ostream;
+    while (toParent.isReady())
+        put(toParent, std::string(4000, 'x'));
+    family.settle();
+    while (family.parent.some_sibling.isReady())
+        take(*family.parent.findSibling(writer)->istream);
+    family.settle();
+    EXPECT_TRUE(toParent.isReady());
+    EXPECT_FALSE(family[writer].findSibling(leaving)->ostream.isReady());
+}
+
 // Before that it could not acknowledge.
 TEST(SiblingFamily, WritesToACallerThatIsUp)
 {

@@ -337,20 +337,30 @@ TEST(Messenger, LetsAChildGoWhenNothingIsLeftBetweenItAndItsPeers)
 
 TEST(Messenger, ShutsDownBehindWhatWaitsForAConnection)
 {
-    Group group;
-    put(group.out(1, 2), "to be connected");
-    put(group.out(1, 3), "to nobody");
-    group[1].shutDown();
-    group.settle();
-    group.connect(1, 2);
-    EXPECT_TRUE(group.parentSide.shutdown_waits.empty());
-    group[1].siblingGone(group[1].findSibling(3));
-    group.settle();
-    EXPECT_TRUE(group.parentSide.shutdown_waits[1].contains(2));
-    EXPECT_EQ(take(group.in(2, 1)), "to be connected");
-    group.settle();
-    EXPECT_TRUE(group[1].isShutdownAcknowledged());
+    for (const bool isConnectedLast : {false, true}) {
+        Group group;
+        put(group.out(1, 2), "to be connected");
+        put(group.out(1, 3), "to nobody");
+        group[1].shutDown();
+        for (const bool connects : {!isConnectedLast, isConnectedLast}) {
+            group.settle();
+            EXPECT_TRUE(group.parentSide.shutdown_waits.empty());
+            if (connects)
+                group.connect(1, 2);
+            else
+                group[1].siblingGone(group[1].findSibling(3));
+        }
+        group.settle();
+        EXPECT_TRUE(group.parentSide.shutdown_waits[1].contains(2));
+        EXPECT_EQ(take(group.in(2, 1)), "to be connected");
+        group.settle();
+        EXPECT_TRUE(group[1].isShutdownAcknowledged());
+    }
+}
 
+TEST(Messenger, ShutsDownWithoutAParent)
+{
+    Group group;
     put(group.out(2, 3), "to be connected by nobody");
     group[2].siblingGone(group[2].findSibling(0));
     group[2].shutDown();
@@ -359,22 +369,24 @@ TEST(Messenger, ShutsDownBehindWhatWaitsForAConnection)
 
 TEST(Messenger, LetsAChildGoWhenTheLastAcknowledgementHasLeft)
 {
-    Group group;
-    group.connect(1, 3);
-    group.connect(1, 2);
-    group.connect(3, 1);
-    put(group.out(3, 1), "to be acknowledged");
-    group[3].shutDown();
-    for (const std::size_t id : {0U, 1U, 2U, 0U})
-        group[id].drainIncoming();
-    group.fill(2);
-    put(group.out(1, 2), "holds all back");
-    EXPECT_EQ(take(group.in(1, 3)), "to be acknowledged");
-    group[0].drainIncoming();
-    EXPECT_TRUE(group.parentSide.shutdown_waits[3].contains(1));
-    group.settle();
-    EXPECT_TRUE(group[3].isShutdownAcknowledged());
-    EXPECT_EQ(group.used(3), 0);
+    for (const std::size_t full : {2U, 3U}) {
+        Group group;
+        group.connect(1, 3);
+        group.connect(1, 2);
+        group.connect(3, 1);
+        put(group.out(3, 1), "to be acknowledged");
+        group[3].shutDown();
+        for (const std::size_t id : {0U, 1U, 2U, 0U})
+            group[id].drainIncoming();
+        group.fill(full);
+        put(group.out(1, 2), "holds all back if there is no room for it");
+        EXPECT_EQ(take(group.in(1, 3)), "to be acknowledged");
+        group[0].drainIncoming();
+        EXPECT_TRUE(group.parentSide.shutdown_waits[3].contains(1));
+        group.settle();
+        EXPECT_TRUE(group[3].isShutdownAcknowledged());
+        EXPECT_EQ(group.used(3), 0);
+    }
 }
 
 // Who asks for a connection when the other's shutdown has begun is told that the other is dead.

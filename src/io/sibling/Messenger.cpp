@@ -97,7 +97,7 @@ bool SiblingMessenger::attach(SiblingImplementation* peer, platform::Handle fifo
     peer->fifo_writer.setHandle(fifo);
     peer->fifo_writer.open = true;
     reader_ids.emplace(reinterpret_cast<std::uintptr_t>(peer), peer->id);
-    if (!peer->awaiting_acks)
+    if (!peer->shutting_down)
         peer->ostream.ready = write_ready || peer->failed;
     return true;
 }
@@ -155,7 +155,8 @@ void SiblingMessenger::setWriteReady(bool isReady)
 void SiblingMessenger::setUnconnectedReady(bool isReady)
 {
     for (const auto& [id, peer] : siblings) {
-        if (!peer->fifo_writer.open && !peer->awaiting_acks)
+        const bool hasLeft = peer->shutting_down && !peer->failed;
+        if (!peer->fifo_writer.open && !hasLeft)
             peer->ostream.ready = isReady || peer->failed;
     }
 }
