@@ -2,7 +2,7 @@
 //
 // One process writes, the other reads. Each message is filled by its writer (copied from
 // elsewhere), and a word of each cache line of it is read by its reader; "untouched" leaves both
-// out, and so measures the transport alone. "batched" puts 64 messages into one write, or one
+// out, and so measures the transport alone. "at once" puts so many messages into one write, or one
 // block. Throughput counts until the reader has said that it has all. The latency is the time of a
 // message there and one of the same size back, one at a time. The pipe and the socket pair are
 // used by bare blocking calls, without a selector.
@@ -44,7 +44,8 @@ struct Shape {
 
 constexpr Shape shapes[] = {
     {"64 B", 64, 1, 400'000, 50'000, true},
-    {"64 B, batched", 4096, 64, 200'000, 0, true},
+    {"64 B, 64 at once", 4096, 64, 200'000, 0, true},
+    {"64 B, 1024 at once", 65536, 1024, 20'000, 0, true},
     {"4 KiB", 4096, 1, 200'000, 50'000, true},
     {"1 MiB", 1 << 20, 1, 4'000, 2'000, true},
     {"1 MiB, untouched", 1 << 20, 1, 4'000, 2'000, false},
@@ -206,7 +207,7 @@ void report(const char* transport, End& end, std::uint64_t scale)
 {
     for (const Shape& shape : shapes) {
         const Figures figures = measure(end, shape, scale);
-        std::printf("| %-17s | %-11s | %11.0f | %7.0f |", shape.name, transport,
+        std::printf("| %-18s | %-11s | %11.0f | %7.0f |", shape.name, transport,
                     figures.messagesPerSecond, figures.bytesPerSecond / 1e6);
         if (shape.trips != 0)
             std::printf(" %8.1f | %8.1f |\n", figures.halfway, figures.nearly);
@@ -267,9 +268,9 @@ int main(int argc, char** argv)
             return 0;
         }
         std::puts(
-            "| message           | transport   |  messages/s |    MB/s | trip 50% |      99% |");
+            "| message            | transport   |  messages/s |    MB/s | trip 50% |      99% |");
         std::puts(
-            "|-------------------|-------------|-------------|---------|----------|----------|");
+            "|--------------------|-------------|-------------|---------|----------|----------|");
         reportDescriptors("pipe", false, scale);
         reportDescriptors("socket pair", true, scale);
         reportSiblings(arguments[0], scale);
