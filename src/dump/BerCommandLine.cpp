@@ -1,6 +1,5 @@
 #include "dump/BerCommandLine.h"
 
-#include "common/errors.h"
 #include "common/shown.h"
 #include "dump/BerClasses.h"
 #include "dump/BerDump.h"
@@ -11,7 +10,6 @@
 
 #include <iostream>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -48,17 +46,6 @@ public:
     }
 };
 
-int list(const std::vector<std::string>& wanted)
-{
-    try {
-        listBerClasses(std::cout, wanted);
-    } catch (const error::EParseError& e) {
-        tell(program, e.text());
-        return wrongUsage;
-    }
-    return flushOutput(program) ? allUnderstood : unreadable;
-}
-
 int run(const Arguments& arguments)
 {
     if (arguments.classes && (arguments.json || arguments.legacy)) {
@@ -66,18 +53,10 @@ int run(const Arguments& arguments)
         return wrongUsage;
     }
     if (arguments.classes)
-        return list(arguments.operands);
-    if (arguments.operands.size() > 1) {
-        tell(program, "one FILE at a time");
-        return wrongUsage;
-    }
-    if (arguments.operands.empty() && inputIsTerminal()) {
-        tell(program, "name a FILE, or '-' for what is typed; see --help");
-        return wrongUsage;
-    }
+        return showList(program, [&] { listBerClasses(std::cout, arguments.operands); });
     const auto view = makeBerView(arguments.json, std::cout, std::cerr, arguments.legacy);
     BerDump dump(*view, arguments.legacy);
-    return showInput(program, arguments.operands.empty() ? "-" : arguments.operands.front(), dump);
+    return showInput(program, arguments.operands, dump);
 }
 
 }  // namespace
@@ -100,20 +79,7 @@ int runBerCommandLine(int argc, char** argv)
                  "Lists the classes of messages, or those with the NAMEs, their tags and fields");
     app.footer(footer);
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        // Help and version are "errors" with code 0.
-        return app.exit(e) == 0 ? 0 : wrongUsage;
-    }
-    try {
-        return run(arguments);
-    } catch (const error::Exception& e) {
-        tell(program, shown(e.text()));
-    } catch (const std::bad_alloc&) {
-        tell(program, "there is not enough memory for a message");
-    }
-    return unreadable;
+    return runProgram(app, argc, argv, "a message", [&] { return run(arguments); });
 }
 
 }  // namespace dump

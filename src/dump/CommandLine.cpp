@@ -1,6 +1,5 @@
 #include "dump/CommandLine.h"
 
-#include "common/errors.h"
 #include "common/shown.h"
 #include "dump/Dump.h"
 #include "dump/EventList.h"
@@ -10,7 +9,6 @@
 
 #include <iostream>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -51,17 +49,6 @@ public:
     }
 };
 
-int list(const std::vector<std::string>& wanted)
-{
-    try {
-        listEvents(std::cout, wanted);
-    } catch (const error::EParseError& e) {
-        tell(program, e.text());
-        return wrongUsage;
-    }
-    return flushOutput(program) ? allUnderstood : unreadable;
-}
-
 int run(const Arguments& arguments)
 {
     if (int{arguments.json} + int{arguments.fields} + int{arguments.events} > 1) {
@@ -69,19 +56,11 @@ int run(const Arguments& arguments)
         return wrongUsage;
     }
     if (arguments.events)
-        return list(arguments.operands);
-    if (arguments.operands.size() > 1) {
-        tell(program, "one FILE at a time");
-        return wrongUsage;
-    }
-    if (arguments.operands.empty() && inputIsTerminal()) {
-        tell(program, "name a FILE, or '-' for what is typed; see --help");
-        return wrongUsage;
-    }
+        return showList(program, [&] { listEvents(std::cout, arguments.operands); });
     const Form form = arguments.json ? Form::json : arguments.fields ? Form::fields : Form::text;
     const std::unique_ptr<View> view = makeView(form, std::cout, std::cerr);
     Dump dump(*view);
-    return showInput(program, arguments.operands.empty() ? "-" : arguments.operands.front(), dump);
+    return showInput(program, arguments.operands, dump);
 }
 
 }  // namespace
@@ -107,20 +86,7 @@ int runCommandLine(int argc, char** argv)
                  "Lists the known events, or those with the NAMEs or NUMBERs, and their encoding");
     app.footer(footer);
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        // Help and version are "errors" with code 0.
-        return app.exit(e) == 0 ? 0 : wrongUsage;
-    }
-    try {
-        return run(arguments);
-    } catch (const error::Exception& e) {
-        tell(program, shown(e.text()));
-    } catch (const std::bad_alloc&) {
-        tell(program, "there is not enough memory for a frame");
-    }
-    return unreadable;
+    return runProgram(app, argc, argv, "a frame", [&] { return run(arguments); });
 }
 
 }  // namespace dump

@@ -1,12 +1,16 @@
 #include "dump/Input.h"
 
+#include "common/errors.h"
 #include "common/shown.h"
+
+#include <CLI/CLI.hpp>
 
 #include <array>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <new>
 #include <system_error>
 
 namespace dump {
@@ -30,6 +34,13 @@ bool readStream(const std::string& program, std::istream& in, const std::string&
     return !in.bad();
 }
 
+bool inputIsTerminal()
+{
+    std::error_code unknown;  // what can't be told is no terminal
+    return std::filesystem::is_character_file("/dev/stdin", unknown) &&
+           std::filesystem::canonical("/dev/stdin", unknown) != "/dev/null";
+}
+
 }  // namespace
 
 void tell(const std::string& program, const std::string& text)
@@ -37,11 +48,48 @@ void tell(const std::string& program, const std::string& text)
     std::cerr << program << ": " << text << '\n' << std::flush;
 }
 
-bool inputIsTerminal()
+int runProgram(CLI::App& app, int argc, char** argv, const char* piece,
+               const std::function<int()>& run)
 {
-    std::error_code unknown;  // what can't be told is no terminal
-    return std::filesystem::is_character_file("/dev/stdin", unknown) &&
-           std::filesystem::canonical("/dev/stdin", unknown) != "/dev/null";
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        // Help and version are "errors" with code 0.
+        return app.exit(e) == 0 ? 0 : wrongUsage;
+    }
+    try {
+        return run();
+    } catch (const error::Exception& e) {
+        tell(app.get_name(), shown(e.text()));
+    } catch (const std::bad_alloc&) {
+        tell(app.get_name(), std::string("there is not enough memory for ") + piece);
+    }
+    return unreadable;
+}
+
+int showList(const std::string& program, const std::function<void()>& print)
+{
+    try {
+        print();
+    } catch (const error::EParseError& e) {
+        tell(program, e.text());
+        return wrongUsage;
+    }
+    return flushOutput(program) ? allUnderstood : unreadable;
+}
+
+std::optional<std::string> inputPath(const std::string& program,
+                                     const std::vector<std::string>& operands)
+{
+    if (operands.size() > 1) {
+        tell(program, "one FILE at a time");
+        return {};
+    }
+    if (operands.empty() && inputIsTerminal()) {
+        tell(program, "name a FILE, or '-' for what is typed; see --help");
+        return {};
+    }
+    return operands.empty() ? "-" : operands.front();
 }
 
 bool flushOutput(const std::string& program)
